@@ -1,0 +1,154 @@
+// clsClient: the one class a host program uses to talk to a unit.
+//
+// Create it on the io_context the host runs, subscribe to the three events,
+// call Connetti, then queue operations. Every call returns at once; progress
+// and results arrive through the events while the host runs its loop. All
+// calls and all events happen on the thread that runs the io_context. No
+// member ever throws: failures are reported as OnDebug lines
+// "<member>: <description>".
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "camrelay/enums.h"
+
+namespace boost::asio {
+class io_context;
+}
+
+namespace camrelay {
+
+namespace link {
+class frmClient;
+class Platform;
+struct Richiesta;
+}  // namespace link
+namespace store {
+class DataVideo;
+}
+
+class clsClient {
+ public:
+  explicit clsClient(boost::asio::io_context& io);
+  // For tests and embedders that bring their own sockets and timers.
+  explicit clsClient(std::shared_ptr<link::Platform> platform);
+  ~clsClient();
+  clsClient(const clsClient&) = delete;
+  clsClient& operator=(const clsClient&) = delete;
+
+  // ---- Events. --------------------------------------------------------------
+  std::function<void(StatoConnessioneEnum Stato)> CambioStatoConnessione;
+  std::function<void(StatoDBEnum Statodb)> CambioStatoDB;
+  std::function<void(const std::string& Message)> OnDebug;
+
+  // ---- Properties, in interface order. --------------------------------------
+  std::string StringaConnDB();
+  void StringaConnDB(const std::string& value);
+  void VideoCicle(int mask);
+  int VideoCicle();
+  int CameraPreview();
+  double CurrentTimeFileVideo();
+  void CurrentTimeFileVideo(double value);
+  std::string RemoteHost();
+  int RemotePort();
+  int LocalPort();
+  bool Connesso();
+  std::string ImagePreview();
+  std::string StringaErroreConnessione();
+  bool PwdCrypted();
+  sckProtocol Protocol();
+  void Protocol(sckProtocol value);
+  std::string StringaRicevuta();
+  std::vector<std::string> VettoreStringaRicevuta();
+  std::string StringaCodiceAccesso();
+  void StringaCodiceAccesso(const std::string& value);
+  int RemotePasswordType();
+  std::string p_NewStringaPassWord();
+  void p_NewStringaPassWord(const std::string& value);
+  int FileMultimediaSize();
+  int TentativiTimeOut();
+
+  // ---- Methods, in interface order. -----------------------------------------
+  void Show();
+  void Hide();
+  void AttivaPreview(const std::string& strCommand);
+  void FermaPreview();
+  void UpLoadProgrammazione();
+  void UpLoadProgCamEvents();
+  void DownLoadProgrammazione();
+  void ScaricaLog();
+  void CaricaLog();
+  void CancellaLog();
+  void DownLoadStrCommand(const std::string& strCommand = "");
+  void DownLoadStreamImage(const std::string& strCommand);
+  void DownloadCamEvents();
+  void DownloadProgCamEvents();
+  void DownloadMultimediaFile(const std::string& strFileName);
+  void UploadStrCommand(const std::string& strCommand);
+  void UpLoadMessaggiWave(const std::string& strDirName);
+  void UpLoadAggiornamento(const std::string& strFileName);
+  void DownLoadMessaggiWave();
+  void RichiestaDiConnessione();
+  void Connetti(const std::string& RemoteHost, int RemotePort, int LocalPort,
+                bool ViewRunTimeError = false, sckProtocol WinsockProtocol = sckUDPProtocol,
+                std::optional<std::string> CurrDir = std::nullopt);
+  void Disconnetti();
+  void ApriDB();
+  void ChiudiDB();
+  void UploadCodInstallatore();
+  void UploadCodUtente();
+  void AnnullaRichiesta();
+
+  // ---- Additions for hosts beyond the automation interface. -----------------
+  // Percent (0..100) of the multimedia file being received.
+  int ProgressoMultimedia();
+  // The packets of the last transfer: a log or camera-event download leaves
+  // its record text there, elements 1..UboundStringaPar.
+  int UboundStringaPar();
+  std::string GetStringaPar(int Indice);
+  // Requests still queued, the one being served included.
+  int RichiesteInCoda();
+  // The operation in progress (cNoOperation when idle).
+  StatoConnessioneEnum StatoCorrente();
+  // Reply time-outs in ms and the retry limit to use instead of the
+  // transport's (60000/60000 ms and 10 on TCP, 1000/750 ms and 15 on UDP);
+  // 0 keeps the transport's value. Takes effect at the next Connetti and
+  // survives link rebuilds.
+  void ImpostaTempiRisposta(int timeoutLongMs, int timeoutShortMs, int retries);
+
+  // The link itself, for tests and diagnostics; null before Connetti.
+  link::frmClient* Form() { return frm_.get(); }
+  store::DataVideo& Database() { return *db_; }
+
+ private:
+  struct Reconnect;
+  void Subscribe();
+  bool Guard(bool raiseNoOperation = true);
+  void Raise(StatoConnessioneEnum stato);
+  void Debug(const std::string& member, const std::string& description);
+  void Queue(const char* member, const std::string& tipo, const std::string& parametro = "",
+             bool forceAdd = false);
+  void ReconnectSequence(sckProtocol protocol);
+  void RetireForm();
+
+  std::shared_ptr<link::Platform> platform_;
+  std::shared_ptr<store::DataVideo> db_;
+  std::unique_ptr<link::frmClient> frm_;
+  sckProtocol protocol_ = sckProtocolError;
+  std::string remoteHost_;
+  int remotePort_ = 0;
+  int localPort_ = 0;
+  int delayLoadDataFromDB_ = 0;
+  bool panelVisible_ = false;
+  bool viewRunTimeError_ = false;
+  std::string stringaConnDB_;
+  int timeoutLong_ = 0, timeoutShort_ = 0, retries_ = 0;
+  // Set while this object lives; posted work checks it before touching us.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace camrelay

@@ -1,0 +1,234 @@
+// frmClient: the link to one unit. It owns the socket, the reply timer, the
+// diagnostic panel's state, the packet array and the request queue, and it
+// keeps the link state record that every procedure of the protocol shares.
+//
+// The class is one object because its procedures share that record; its
+// member functions are defined in the file of the subsystem they belong to:
+//   link/lifecycle.cpp    load, unload, transport set-up, socket handlers
+//   link/transmit.cpp     framing and sending, the packet array accessors
+//   link/receive.cpp      receive dispatcher and login (Winsock_Cisei)
+//   link/timeout.cpp      reply timer, "BS" and "OK" from the unit
+//   link/reception.cpp    data packets, media files, "12"
+//   requests/queue.cpp    AddRichiesta, RemoveRichiesta, ReadRichiesta
+//   requests/operations.cpp  the device operations
+//   requests/preview.cpp  live preview and playback
+//   store/frm_database.cpp   OpenDB, CloseDB, StringaConnDB
+//   panel/panel.cpp       the hand-typed send row
+//
+// Every handler may run inside another (a socket handler serves the next
+// request, which sends, ...). Nothing here ever destroys the frmClient: the
+// owner does that from a fresh turn of the loop.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "camrelay/enums.h"
+#include "link/codes.h"
+#include "link/debug_sink.h"
+#include "link/platform.h"
+#include "panel/panel_model.h"
+
+namespace camrelay::store {
+class DataVideo;
+}
+
+namespace camrelay::link {
+
+// One request of the queue: its two-character type and its argument as the
+// caller gave it (numbers travel as their decimal text).
+struct Richiesta {
+  std::string Tipo;
+  std::string Parametro;
+  bool operator==(const Richiesta&) const = default;
+};
+
+// Reply time-outs and retry limit that a host or a test wants instead of the
+// transport's own; 0 keeps the transport's value.
+struct ReplyTiming {
+  int timeoutLong = 0;
+  int timeoutShort = 0;
+  int retries = 0;
+};
+
+class frmClient : public DebugSink {
+ public:
+  frmClient(std::shared_ptr<Platform> platform, std::shared_ptr<store::DataVideo> db);
+  ~frmClient() override;
+  frmClient(const frmClient&) = delete;
+  frmClient& operator=(const frmClient&) = delete;
+
+  // ---- Events, in their order; the owner subscribes. -----------------------
+  std::function<void(StatoConnessioneEnum)> CambioStatoConnessione;
+  std::function<void(StatoDBEnum)> CambioStatoDB;
+  std::function<void()> ErroreConnessione;
+  std::function<void()> ErroreTimeOutConnessioneTCP;
+  std::function<void(const std::string&)> OnDebug;
+
+  // ---- Public variables, in declaration order. ------------------------------
+  bool AttivaRichiestaPreview = false;
+  int NCamPreviewDownloaded = 0;
+  double CurrentTimeFileVideo = 0;
+  int VideoCiclePreview = 0;
+  std::int16_t TentativiTimeOut = 0;
+  std::string StringaRicevuta;
+  int FileMultimediaSize = 0;
+  bool TrasmissioneInCorso = false;
+  std::string StringaErroreConnessione;
+  std::int16_t RemotePasswordType = 0;
+  bool PwdCrypted = false;
+  int Stato = cNoOperation;
+  std::string IpAddressRemote;
+  int RemoteAddrPort = 0;
+  int LocalAddrPort = 0;
+  int DelayLoadDataFromDB = 0;
+  std::string sStringaPassword;
+  std::string NewStringaPassWord;
+  int TentativiTimeOutMax = 0;
+  bool ShowCamRelay = false;
+  bool ViewLibraryErr = false;
+
+  // ---- The link state record: the form's own variables. ---------------------
+  // Kept public so that the procedures spread over several files, and the
+  // tests that drive them, read and write one record.
+  std::string sBufferRicezione;  // TCP bytes not yet cut into messages
+  bool bAttesaRisposta = false;  // set by each send, cleared by each message
+  bool bAttesaFine = false;      // an end-of-transfer "13" is awaited
+  std::string sTipoArrivo = "00";
+  int nPacchetti = 0;
+  int StringaInviata = 0;
+  std::vector<std::string> StringaPar;  // empty = never dimensioned
+  std::string sTipoRichiesta;
+  std::int16_t TentativiRicezione = 0;  // the second retry counter
+  // The request queue: element 0 is an empty slot, the head is element 1.
+  std::vector<Richiesta> Richieste{Richiesta{}};
+  bool bPwdCryptedAccettata = false;  // the scrambled code has been accepted
+  bool bReportPwdCrypted = true;      // report its acceptance or refusal
+  std::string sStringaConnDB;
+  std::string sCurrDir;
+  std::string NomeFileMultimedia;  // multimedia file asked for, or video file played
+  std::string ComandoPlayback;     // last playback command ("PAUSE:" while a file is open)
+  std::string ImagePreview;        // last preview image, one character per byte
+  int ProgressoMultimedia = 0;     // percent of the multimedia download received
+  // Component-wide reply-timer intervals, set per transport by WskProtocol.
+  int TimeOutLungo = 60000;
+  int TimeOutBreve = 60000;
+  ReplyTiming Timing;  // the owner's overrides, applied by WskProtocol
+
+  // ---- Controls. ------------------------------------------------------------
+  std::unique_ptr<Socket> Winsock1;
+  std::unique_ptr<Timer> tmrTimeOut;
+  panel::PanelModel Panel;
+
+  // ---- Life of the link (link/lifecycle.cpp). -------------------------------
+  void Form_Load();
+  void Form_Unload();
+  void WskProtocol(int vProtocol);
+  void PannelloConnetti(const std::string& sVar, long cl);
+  void CreateEventOnDebug(const std::string& Message) override;
+  std::string CurrDir() const;
+  void CurrDir(const std::string& CurrentDir);
+  void Winsock1_Connect();
+  void Winsock1_Close();
+  void Winsock1_ConnectionRequest();
+  void Winsock1_SendComplete();
+  void Winsock1_Error(int Number, const std::string& Description);
+  // Raises CambioStatoConnessione with the value given.
+  void RaiseStato(int value);
+  // Sets Stato and raises the change, only when it is a change.
+  void SetStatoAndRaise(int value);
+  // The time-of-day stamp that begins every log line: "hh:mm:ss.<ms>".
+  static std::string LogStamp();
+  // CurrDir, filled with the process's folder when empty.
+  std::string BaseDir();
+
+  // ---- Framing and sending (link/transmit.cpp). -----------------------------
+  void TrasmettiStringa(const std::string& Stringa);
+  std::string GetStringaPar(int Indice) const;
+  int UboundStringaPar() const;
+  bool IsTCP() const;
+
+  // ---- Receive dispatcher and login (link/receive.cpp). ---------------------
+  void Winsock1_DataArrival(long bytesTotal);
+  void Winsock_Cisei(const std::string& Stringa);
+
+  // ---- Reply timer and flow control (link/timeout.cpp). ---------------------
+  void tmrTimeOut_Timer();
+  void Winsock_RicevutoAttendi(const std::string& Stringa);
+  void Winsock_RicevutoPacchetto(const std::string& Stringa);
+
+  // ---- Transfer reception (link/reception.cpp). -----------------------------
+  void WinSock_Download(const std::string& Stringa);
+  void WinSock_DownloadMedia(const std::string& Stringa);
+  void Winsock_ResendAll(const std::string& Stringa);
+
+  // ---- Request queue (requests/queue.cpp). ----------------------------------
+  void AddRichiesta(const std::string& Tipo, const std::string& Parametro, bool ForceAdd = false);
+  void RemoveRichiesta(int Indice);
+  void ReadRichiesta();
+  int QueueLength() const { return static_cast<int>(Richieste.size()) - 1; }
+
+  // ---- Device operations (requests/operations.cpp). -------------------------
+  void RichiestaDiConnessione();
+  void DownLoadProgrammazione();
+  void DownloadLog(const std::string& codice);
+  void CancellazioneDelLog(const std::string& codice);
+  void CancellaPrimaIlLog();
+  void DownloadCamEvents();
+  void DownloadProgCamEvents();
+  void DownloadMultimediaFile(const std::string& fileName);
+  void DownLoadMessaggiWave();
+  void DownLoadStreamImage(const std::string& camera);
+  void DownLoadStrCommand(const std::string& command);
+  void UploadStrCommand(const std::string& command);
+  void UpLoadProgrammazione();
+  void UpLoadProgCamEvents();
+  void UpLoadMessaggiWave(const std::string& fileName);
+  void UpLoadAggiornamento(const std::string& fileName);
+  void UploadCodInstallatore();
+  void UploadCodUtente();
+
+  // ---- Live preview and playback (requests/preview.cpp). --------------------
+  void AttivaPreview(const std::string& arg);
+  void AcquisisciNextPreview();
+  void CreaStrPreview(long& size);
+  // A preview ("09") or stream ("58") image transfer has completed: build the
+  // image, report it, drop the head request and go on with the cycle.
+  void CompletePreviewImage();
+  // The reply timer gave up on a preview request ("08" or "09").
+  void ResumePreviewAfterGiveUp();
+
+  // ---- Local database (store/frm_database.cpp). -----------------------------
+  void OpenDB();
+  void CloseDB();
+  std::string StringaConnDB() const;
+  void StringaConnDB(const std::string& value);
+  store::DataVideo& Database() { return *db_; }
+
+  // ---- Diagnostic panel (panel/panel.cpp). ----------------------------------
+  void CmdSendStr_Click();
+
+  Platform& platform() { return *platform_; }
+
+ private:
+  std::shared_ptr<Platform> platform_;
+  std::shared_ptr<store::DataVideo> db_;
+};
+
+// The data carried by the collected packets, joined (the elements may be
+// rewritten). Protocollo: 0 TCP, 1 UDP.
+std::string CreaStringaComando(std::vector<std::string>& StringaPar, int Protocollo,
+                               DebugSink* form = nullptr);
+
+// Leading-number parse: the decimal value of the digits at the start of the
+// text (after blanks and a sign), 0 when there are none.
+long long LeadingNumber(const std::string& text);
+
+// "Stato: ..., sTipoArrivo: ..." lines that the receive handlers add to their
+// error reports.
+std::string StateReport(const frmClient& form);
+
+}  // namespace camrelay::link
