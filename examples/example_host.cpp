@@ -1,0 +1,25 @@
+// A minimal host: connect over UDP, follow the events, log in, and stop when
+// the login has been answered (or after ten seconds).
+#include <boost/asio.hpp>
+#include <iostream>
+
+#include "camrelay/clsClient.h"
+
+int main(int argc, char** argv) {
+  boost::asio::io_context io;
+  camrelay::clsClient client(io);
+  client.OnDebug = [](const std::string& line) { std::cerr << "debug: " << line << "\n"; };
+  client.CambioStatoConnessione = [&](camrelay::StatoConnessioneEnum stato) {
+    std::cout << "STATE " << stato << " " << camrelay::StatoConnessioneName(stato) << "\n";
+    if (stato == camrelay::cConnessioneOK || stato == camrelay::cConnessioneRifiutata ||
+        stato == camrelay::cErroreConnessione)
+      io.stop();
+  };
+  const std::string host = argc > 1 ? argv[1] : "127.0.0.1";
+  const int port = argc > 2 ? std::atoi(argv[2]) : 19201;
+  client.StringaCodiceAccesso(argc > 3 ? argv[3] : "123456");
+  client.Connetti(host, port, 0, false, camrelay::sckUDPProtocol);
+  client.RichiestaDiConnessione();
+  io.run_for(std::chrono::seconds(10));
+  return client.Connesso() ? 0 : 1;
+}
