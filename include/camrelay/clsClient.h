@@ -130,6 +130,8 @@ class clsClient {
   bool Guard(bool raiseNoOperation = true);
   void Raise(StatoConnessioneEnum stato);
   void Debug(const std::string& member, const std::string& description);
+  // Runs body; a failure becomes the OnDebug line "<member>: <description>".
+  void Report(const char* member, const std::function<void()>& body);
   void Queue(const char* member, const std::string& tipo, const std::string& parametro = "",
              bool forceAdd = false);
   void ReconnectSequence(sckProtocol protocol);

@@ -38,7 +38,10 @@ void FakeSocket::setProtocol(int protocol) {
 
 void FakeSocket::bind(int localPort) {
   ++binds;
-  if (failBind) throw link::SocketError(link::sckAddressInUse, "Address in use");
+  if (failBind) {
+    localPort_ = 0;
+    throw link::SocketError(link::sckAddressInUse, "Address in use");
+  }
   localPort_ = localPort > 0 ? localPort : 50000;
   state_ = link::sckOpen;
 }

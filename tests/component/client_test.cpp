@@ -1,0 +1,200 @@
+// clsClient on the fake platform: settings, guards, the life of the link and
+// its rebuild after a link error.
+#include <gtest/gtest.h>
+
+#include "camrelay/clsClient.h"
+#include "env_guard.h"
+#include "fake_platform.h"
+#include "link_fixture.h"
+#include "link/frmClient.h"
+
+using namespace camrelay;
+using camrelay::test::ConfigHomeGuard;
+using camrelay::test::FakePlatform;
+using camrelay::test::ReadFileBytes;
+using camrelay::test::TempDir;
+using camrelay::test::WriteFileBytes;
+
+namespace {
+
+struct ClientFixture : ::testing::Test {
+  ConfigHomeGuard home;
+  TempDir dir;
+  std::shared_ptr<FakePlatform> platform = std::make_shared<FakePlatform>();
+  clsClient client{platform};
+  std::vector<int> states;
+  std::vector<std::string> debug;
+
+  ClientFixture() {
+    client.CambioStatoConnessione = [this](StatoConnessioneEnum s) { states.push_back(s); };
+    client.OnDebug = [this](const std::string& m) { debug.push_back(m); };
+  }
+  void writeSettings(const std::string& text) {
+    std::filesystem::create_directories(home.settingsFile().parent_path());
+    WriteFileBytes(home.settingsFile(), "[AppSetting]\n" + text);
+  }
+  std::string settings() { return ReadFileBytes(home.settingsFile()); }
+};
+
+}  // namespace
+
+TEST_F(ClientFixture, FirstRunUsesAndWritesBackTheDefaults) {
+  client.Connetti("", 0, 0);
+  EXPECT_EQ(settings(),
+            "[AppSetting]\nRemoteHost=192.168.0.1\nRemotePort=19201\nLocalPort=14400\nDelayLoadDataFromDB=50\n");
+  EXPECT_EQ(platform->socket->remoteHost(), "192.168.0.1");
+  EXPECT_EQ(platform->socket->remotePort(), 19201);
+  EXPECT_EQ(client.LocalPort(), 14400);
+  EXPECT_EQ(client.Protocol(), sckUDPProtocol);  // a host that omits the protocol gets UDP
+  EXPECT_TRUE(client.Connesso());                // bound, nothing received: state 1 counts
+  EXPECT_TRUE(client.PwdCrypted());
+  EXPECT_TRUE(states.empty());
+}
+
+TEST_F(ClientFixture, ArgumentsBecomeTheNextDefaults) {
+  client.Connetti("10.0.0.7", 2000, 3000, false, sckTCPProtocol);
+  client.Connetti("", 0, 0, false, sckTCPProtocol);
+  EXPECT_EQ(client.RemoteHost(), "10.0.0.7");
+  EXPECT_EQ(client.RemotePort(), 2000);
+  EXPECT_NE(settings().find("LocalPort=3000\n"), std::string::npos);
+}
+
+TEST_F(ClientFixture, DelayLoadDataFromDBOutsideItsBoundsBecomesFifty) {
+  for (auto [stored, expected] : {std::pair{"0", "50"}, {"1801", "50"}, {"1800", "1800"}, {"1", "1"}}) {
+    writeSettings(std::string("DelayLoadDataFromDB=") + stored + "\n");
+    client.Connetti("h", 1, 1, false, sckTCPProtocol);
+    EXPECT_NE(settings().find(std::string("DelayLoadDataFromDB=") + expected + "\n"), std::string::npos)
+        << "stored " << stored;
+    EXPECT_EQ(client.Form()->DelayLoadDataFromDB, std::stoi(expected));
+  }
+}
+
+TEST_F(ClientFixture, UdpBindToAPortInUseReportsAnErrorAndNoProtocol) {
+  platform->failBinds = true;
+  client.Connetti("127.0.0.1", 19201, 14400);
+  EXPECT_EQ(client.Protocol(), sckProtocolError);
+  EXPECT_EQ(states, std::vector<int>{cErroreConnessione});
+  ASSERT_FALSE(debug.empty());
+  EXPECT_EQ(debug.front(), "WskProtocol: Address in use");
+  EXPECT_FALSE(client.Connesso());
+}
+
+TEST_F(ClientFixture, ConnettiWithNoProtocolLeavesNoLinkAndOnlyReports) {
+  client.Connetti("h", 1, 1, false, sckProtocolError);
+  EXPECT_EQ(client.Form(), nullptr);
+  EXPECT_TRUE(states.empty());
+  ASSERT_EQ(debug.size(), 1u);
+  EXPECT_EQ(debug[0].rfind("Connetti: ", 0), 0u);
+}
+
+TEST_F(ClientFixture, WithoutALinkGettersAreEmptyAndOnlyThePreviewOnesAndMethodsRaise) {
+  EXPECT_EQ(client.RemotePort(), 0);
+  EXPECT_EQ(client.StringaRicevuta(), "");
+  EXPECT_FALSE(client.Connesso());
+  client.StringaCodiceAccesso("ignored");
+  client.Disconnetti();
+  EXPECT_TRUE(states.empty());
+
+  EXPECT_EQ(client.CameraPreview(), 0);
+  EXPECT_EQ(client.VideoCicle(), 0);
+  EXPECT_EQ(client.CurrentTimeFileVideo(), 0);
+  client.DownLoadProgrammazione();
+  client.ApriDB();
+  EXPECT_EQ(states, (std::vector<int>{cNoOperation, cNoOperation, cNoOperation, cNoOperation, cNoOperation}));
+  EXPECT_TRUE(debug.empty());
+}
+
+TEST_F(ClientFixture, ASecondConnettiUnloadsTheFirstLink) {
+  client.Connetti("h", 1, 1, false, sckTCPProtocol);
+  auto* first = platform->socket;
+  first->state_ = link::sckConnected;
+  client.Connetti("h", 1, 1, false, sckUDPProtocol);
+  EXPECT_EQ(first->state(), link::sckClosed);
+  EXPECT_NE(platform->socket, first);
+  // The retired link's events no longer reach the host.
+  first->fail(10054, "reset");
+  EXPECT_TRUE(states.empty());
+  platform->runPosted();
+  EXPECT_EQ(client.Protocol(), sckUDPProtocol);
+}
+
+TEST_F(ClientFixture, ProtocolLetSwitchesTheTransportAndKeepsTheCode) {
+  client.Connetti("h", 1, 1, false, sckUDPProtocol);
+  client.StringaCodiceAccesso("777777");
+  EXPECT_TRUE(client.Form()->Panel.sendRowVisible);
+  client.Protocol(sckTCPProtocol);
+  EXPECT_EQ(client.Protocol(), sckTCPProtocol);
+  EXPECT_EQ(client.Form()->Panel.height, 8400);
+  EXPECT_FALSE(client.Form()->Panel.sendRowVisible);
+  EXPECT_EQ(client.Form()->Panel.LblTypeCon, "Tipo di connessione: TCP");
+  EXPECT_EQ(client.StringaCodiceAccesso(), "777777");
+  client.Protocol(sckProtocolError);
+  EXPECT_EQ(client.Form(), nullptr);
+}
+
+// A reset and an abort both rebuild the link from a later turn of the loop,
+// keep what the host set, and serve the queued head again.
+class RebuildTest : public ClientFixture, public ::testing::WithParamInterface<int> {};
+
+TEST_P(RebuildTest, KeepsCodeQueueAndSettingsAndServesTheHeadAgain) {
+  client.Connetti("127.0.0.1", 19201, 14400, false, sckTCPProtocol, dir.str());
+  client.StringaCodiceAccesso("246810");
+  client.StringaConnDB("Provider=SQLite;Data Source=" + (dir / "a.db").string());
+  client.Show();
+  client.VideoCicle(4);
+  auto* oldForm = client.Form();
+  oldForm->PwdCrypted = false;
+  oldForm->Richieste = {{}, {"AA", ""}, {"02", ""}};
+  oldForm->Stato = cRichiestaProg;
+  auto* oldSocket = platform->socket;
+  oldSocket->state_ = link::sckConnected;
+  states.clear();
+
+  oldSocket->fail(GetParam(), "Connection is reset by remote side");
+  EXPECT_EQ(states, std::vector<int>{cErroreConnessione});
+  EXPECT_EQ(client.Form(), oldForm);  // nothing is torn down inside the handler
+  platform->runPosted();
+
+  auto* form = client.Form();
+  ASSERT_NE(form, nullptr);
+  EXPECT_NE(platform->socket, oldSocket);
+  EXPECT_EQ(form->sStringaPassword, "246810");
+  EXPECT_EQ(client.StringaConnDB(), "Provider=SQLite;Data Source=" + (dir / "a.db").string());
+  EXPECT_TRUE(form->ShowCamRelay);
+  EXPECT_EQ(form->CurrDir(), dir.str());
+  EXPECT_EQ(client.VideoCicle(), 4);
+  ASSERT_GE(form->QueueLength(), 2);
+  EXPECT_EQ(form->Richieste[1].Tipo, "AA");
+  EXPECT_EQ(form->Richieste[2].Tipo, "02");
+  // The new link connects first, then serves the head: the login.
+  EXPECT_EQ(platform->socket->connects, 1);
+  platform->socket->acceptConnect();
+  ASSERT_FALSE(platform->socket->sent.empty());
+  EXPECT_EQ(camrelay::test::Unframe(platform->socket->sent.front()), "AA{}0{}00{}246810");
+}
+
+INSTANTIATE_TEST_SUITE_P(ResetAndAbort, RebuildTest, ::testing::Values(10054, 10053));
+
+TEST_F(ClientFixture, OtherSocketErrorsReportButDoNotRebuild) {
+  client.Connetti("h", 1, 1, false, sckTCPProtocol);
+  auto* form = client.Form();
+  form->Stato = cRichiestaProg;
+  platform->socket->fail(10061, "Connection is forcefully rejected");
+  platform->runPosted();
+  EXPECT_EQ(client.Form(), form);
+  EXPECT_EQ(form->Stato, cRichiestaProg);
+  EXPECT_EQ(states, std::vector<int>{cErroreConnessione});
+  EXPECT_EQ(client.StringaErroreConnessione(), "Connection is forcefully rejected");
+}
+
+TEST_F(ClientFixture, DatabaseEventsCarryTheComponentsState) {
+  std::vector<int> dbStates;
+  client.CambioStatoDB = [&](StatoDBEnum s) { dbStates.push_back(s); };
+  client.Connetti("h", 1, 1, false, sckTCPProtocol, dir.str());
+  client.StringaConnDB("Provider=SQLite;Data Source=" + (dir / "v.db").string());
+  client.ApriDB();
+  client.ApriDB();  // already open: no event
+  client.ChiudiDB();
+  client.ChiudiDB();
+  EXPECT_EQ(dbStates, (std::vector<int>{cDbAperto, cDbChiuso}));
+}

@@ -1,0 +1,44 @@
+#include <gtest/gtest.h>
+
+#include "component/settings.h"
+#include "env_guard.h"
+
+using camrelay::component::SettingAsInteger;
+using camrelay::component::SettingsStore;
+using camrelay::test::ConfigHomeGuard;
+using camrelay::test::ReadFileBytes;
+using camrelay::test::WriteFileBytes;
+
+TEST(Settings, MissingFileGivesDefaultsAndWritingCreatesIt) {
+  ConfigHomeGuard home;
+  SettingsStore store("CamRelay");
+  EXPECT_EQ(store.GetSetting("AppSetting", "RemoteHost", "192.168.0.1"), "192.168.0.1");
+  store.SaveSetting("AppSetting", "RemoteHost", "10.1.2.3");
+  store.SaveSetting("AppSetting", "RemotePort", "19201");
+  store.SaveSetting("AppSetting", "RemoteHost", "10.9.9.9");  // replaced in place
+  EXPECT_EQ(store.GetSetting("AppSetting", "RemoteHost", "x"), "10.9.9.9");
+  EXPECT_EQ(ReadFileBytes(home.settingsFile()), "[AppSetting]\nRemoteHost=10.9.9.9\nRemotePort=19201\n");
+}
+
+TEST(Settings, OtherSectionsAndCommentsSurviveAWrite) {
+  ConfigHomeGuard home;
+  std::filesystem::create_directories(home.settingsFile().parent_path());
+  WriteFileBytes(home.settingsFile(), "; kept\n[Other]\nRemoteHost=elsewhere\n\n[AppSetting]\nLocalPort = 1500\n");
+  SettingsStore store("CamRelay");
+  EXPECT_EQ(store.GetSetting("AppSetting", "LocalPort", "0"), "1500");
+  EXPECT_EQ(store.GetSetting("AppSetting", "RemoteHost", "default"), "default");
+  store.SaveSetting("AppSetting", "RemoteHost", "h");
+  EXPECT_EQ(ReadFileBytes(home.settingsFile()),
+            "; kept\n[Other]\nRemoteHost=elsewhere\n\n[AppSetting]\nLocalPort = 1500\nRemoteHost=h\n");
+}
+
+TEST(Settings, NumbersAreReadByTheirLeadingDigitsAndRounded) {
+  EXPECT_EQ(SettingAsInteger("19201"), 19201);
+  EXPECT_EQ(SettingAsInteger("  42abc"), 42);
+  EXPECT_EQ(SettingAsInteger("abc"), 0);
+  EXPECT_EQ(SettingAsInteger(""), 0);
+  EXPECT_EQ(SettingAsInteger("12.5"), 12);  // halves to even
+  EXPECT_EQ(SettingAsInteger("13.5"), 14);
+  EXPECT_EQ(SettingAsInteger("-7"), -7);
+  EXPECT_EQ(SettingAsInteger("99999999999"), 2147483647);
+}

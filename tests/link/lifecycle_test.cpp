@@ -1,0 +1,129 @@
+// The link's set-up, socket handlers and status display, on the fake socket.
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "link_fixture.h"
+
+using namespace camrelay;
+using camrelay::test::LinkFixture;
+
+TEST(Lifecycle, TransportSetUpSetsLimitsIntervalsAndThePanel) {
+  LinkFixture tcp(0);
+  auto& t = tcp.form();
+  EXPECT_EQ(t.TentativiTimeOutMax, 10);
+  EXPECT_EQ(t.TimeOutLungo, 60000);
+  EXPECT_EQ(t.TimeOutBreve, 60000);
+  EXPECT_EQ(t.Panel.height, 8400);
+  EXPECT_FALSE(t.Panel.sendRowVisible);
+  EXPECT_EQ(t.Panel.LblTypeCon, "Tipo di connessione: TCP");
+  EXPECT_EQ(tcp.socket().state(), link::sckClosed);  // TCP connects only when a request is served
+  EXPECT_EQ(tcp.socket().binds, 0);
+
+  LinkFixture udp(1);
+  auto& u = udp.form();
+  EXPECT_EQ(u.TentativiTimeOutMax, 15);
+  EXPECT_EQ(u.TimeOutLungo, 1000);
+  EXPECT_EQ(u.TimeOutBreve, 750);
+  EXPECT_EQ(u.Panel.height, t.Panel.height + 500);
+  EXPECT_TRUE(u.Panel.sendRowVisible);
+  EXPECT_EQ(udp.socket().state(), link::sckOpen);
+  EXPECT_EQ(u.Panel.lblLocalPort, "Porta locale: 14400");
+  EXPECT_EQ(u.Panel.lblLocalIp, "Indirizzo IP locale: 127.0.0.1");
+
+  u.WskProtocol(sckProtocolError);
+  EXPECT_EQ(u.Panel.LblTypeCon, "Tipo di connessione: ERRORE");
+  EXPECT_EQ(udp.socket().state(), link::sckOpen);  // left alone
+}
+
+TEST(Lifecycle, HostTimingOverridesTheTransportDefaults) {
+  LinkFixture f(1);
+  f.form().Timing = {300, 200, 4};
+  f.form().WskProtocol(1);
+  EXPECT_EQ(f.form().TimeOutLungo, 300);
+  EXPECT_EQ(f.form().TimeOutBreve, 200);
+  EXPECT_EQ(f.form().TentativiTimeOutMax, 4);
+  f.form().Timing = {0, 0, 0};
+  f.form().WskProtocol(0);
+  EXPECT_EQ(f.form().TimeOutLungo, 60000);
+  EXPECT_EQ(f.form().TentativiTimeOutMax, 10);
+}
+
+TEST(Lifecycle, TheUnitClosingTheConnectionDropsTheQueue) {
+  LinkFixture f(0);
+  auto& form = f.form();
+  form.ShowCamRelay = true;
+  form.Richieste = {{}, {"02", ""}, {"04", ""}};
+  form.Stato = cRichiestaProg;
+  form.TrasmissioneInCorso = true;
+  f.socket().state_ = link::sckConnected;
+  f.socket().peerClose();
+  EXPECT_EQ(form.QueueLength(), 0);
+  EXPECT_EQ(form.Stato, cNoOperation);
+  EXPECT_FALSE(form.TrasmissioneInCorso);
+  EXPECT_EQ(f.socket().state(), link::sckClosed);
+  EXPECT_TRUE(f.states.empty());
+  EXPECT_NE(form.Panel.Label3.find(" - Connessione chiusa."), std::string::npos);
+}
+
+TEST(Lifecycle, AnInboundConnectionIsOnlyLogged) {
+  LinkFixture f(0);
+  f.form().ShowCamRelay = true;
+  f.socket().connectionRequest();
+  EXPECT_EQ(f.socket().state(), link::sckClosed);
+  EXPECT_EQ(f.socket().connects, 0);
+  EXPECT_TRUE(std::regex_match(f.form().Panel.Label3,
+                               std::regex("\r\n[0-9]{2}:[0-9]{2}:[0-9]{2}\\.-?[0-9]+ - ConnectionRequest\\.")))
+      << f.form().Panel.Label3;
+}
+
+TEST(Lifecycle, ResetAndAbortRaiseTheirEventsAndGoIdleOthersOnlyReport) {
+  LinkFixture f(0);
+  auto& form = f.form();
+  form.ShowCamRelay = true;
+  form.Stato = cRichiestaLog;
+  f.socket().fail(10054, "Connection is reset by remote side");
+  EXPECT_EQ(f.connectionErrors, 1);
+  EXPECT_EQ(form.Stato, cNoOperation);
+  EXPECT_EQ(form.StringaErroreConnessione, "Connection is reset by remote side");
+  EXPECT_EQ(form.Panel.pct, "Stato connessione: Winsock1_Error: 10054 - Connection is reset by remote side");
+  EXPECT_EQ(form.Panel.pctColour, 255);
+
+  form.Stato = cRichiestaLog;
+  f.socket().fail(10053, "aborted");
+  EXPECT_EQ(f.timeoutErrors, 1);
+  EXPECT_EQ(form.Stato, cNoOperation);
+
+  form.Stato = cRichiestaLog;
+  f.socket().fail(10061, "refused");
+  EXPECT_EQ(form.Stato, cRichiestaLog);
+  EXPECT_EQ(f.states, std::vector<int>{cErroreConnessione});
+  EXPECT_EQ(f.connectionErrors + f.timeoutErrors, 2);
+  EXPECT_EQ(f.socket().state(), link::sckClosed);
+}
+
+TEST(Lifecycle, TheStatusDisplayIsWrittenOnlyWhileThePanelIsShown) {
+  LinkFixture f(1);
+  auto& form = f.form();
+  form.PannelloConnetti("Connesso con 1.2.3.4", 128L << 8);
+  EXPECT_EQ(form.Panel.pct, "");
+  form.ShowCamRelay = true;
+  form.PannelloConnetti("Connesso con 1.2.3.4", 128L << 8);
+  EXPECT_EQ(form.Panel.pct, "Stato connessione: Connesso con 1.2.3.4");
+  EXPECT_EQ(form.Panel.sbarConnesso, "Connesso con 1.2.3.4");
+}
+
+TEST(Lifecycle, TheSendRowSendsOnlyOnUdpAndOnlyText) {
+  LinkFixture udp(1);
+  udp.form().CmdSendStr_Click();
+  EXPECT_TRUE(udp.socket().sent.empty());
+  udp.form().Panel.TxtSendStr = "AA{}0{}00{}x";
+  udp.form().CmdSendStr_Click();
+  EXPECT_EQ(udp.socket().sent, std::vector<std::string>{"AA{}0{}00{}x"});
+
+  LinkFixture tcp(0);
+  tcp.socket().state_ = link::sckConnected;
+  tcp.form().Panel.TxtSendStr = "AA";
+  tcp.form().CmdSendStr_Click();
+  EXPECT_TRUE(tcp.socket().sent.empty());
+}

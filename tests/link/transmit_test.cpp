@@ -1,0 +1,92 @@
+// Framing, sending and joining of packets.
+#include <gtest/gtest.h>
+
+#include "link_fixture.h"
+
+using namespace camrelay;
+using camrelay::link::CreaStringaComando;
+using camrelay::test::LinkFixture;
+
+TEST(Transmit, TcpFramesWithTheLengthAndUdpSendsBare) {
+  LinkFixture tcp(0);
+  tcp.socket().state_ = link::sckConnected;
+  tcp.form().TrasmettiStringa("OK{}02x");
+  tcp.form().TrasmettiStringa("");
+  tcp.form().TrasmettiStringa(std::string(1234, 'a'));
+  ASSERT_EQ(tcp.socket().sent.size(), 3u);
+  EXPECT_EQ(tcp.socket().sent[0], "LN{}7{}OK{}02x");
+  EXPECT_EQ(tcp.socket().sent[1], "LN{}0{}");
+  EXPECT_EQ(tcp.socket().sent[2].substr(0, 10), "LN{}1234{}");
+  EXPECT_EQ(tcp.socket().sent[2].size(), 1244u);
+
+  LinkFixture udp(1);
+  udp.form().TrasmettiStringa("OK{}02x");
+  EXPECT_EQ(udp.socket().sent, std::vector<std::string>{"OK{}02x"});
+}
+
+TEST(Transmit, SendingArmsTheTimerWithTheIntervalItHas) {
+  LinkFixture f(1);
+  f.timer().setInterval(1234);
+  f.form().TrasmettiStringa("X");
+  EXPECT_TRUE(f.timer().enabled());
+  EXPECT_EQ(f.timer().interval(), 1234);
+  EXPECT_TRUE(f.form().bAttesaRisposta);
+}
+
+TEST(Transmit, AFailedSendIsReportedNotThrown) {
+  LinkFixture f(0);  // not connected
+  f.form().TrasmettiStringa("X");
+  ASSERT_EQ(f.debug.size(), 1u);
+  EXPECT_EQ(f.debug[0].rfind("TrasmettiStringa: ", 0), 0u);
+  EXPECT_FALSE(f.timer().enabled());
+}
+
+TEST(Transmit, ThePanelShowsWhatWasSentWhenVisible) {
+  LinkFixture f(1);
+  f.form().ShowCamRelay = true;
+  f.form().TentativiTimeOut = 3;
+  f.form().Stato = 5;
+  f.timer().setInterval(750);
+  f.form().TrasmettiStringa("OK{}04");
+  const auto& p = f.form().Panel;
+  EXPECT_NE(p.txtTxData.find(" - OK{}04"), std::string::npos);
+  EXPECT_EQ(p.lblRemoteIpOut, "Indirizzo IP remoto: 127.0.0.1");
+  EXPECT_EQ(p.lblRemotePortOut, "Porta di accesso remota: 19201");
+  EXPECT_EQ(p.LblTentativiRicezione, "Tentativi di trasmissione pacchetto: 3");
+  EXPECT_EQ(p.LblTimeOut, "Durata TimeOut: 750ms");
+  EXPECT_EQ(p.LblStato, "Stato corrente: 5");
+}
+
+TEST(Join, TcpTakesEachDataElementLessItsLastTwoCharacters) {
+  std::vector<std::string> par = {"AA{}2{}51{}x", "{}AB", "{}ABCD", "no separator", "{}", "{}hello\r\n"};
+  EXPECT_EQ(CreaStringaComando(par, 0), "ABhello");
+  EXPECT_EQ(par[2], "ABCD");  // elements are rewritten without their separator
+  EXPECT_EQ(par[0], "AA{}2{}51{}x");
+}
+
+TEST(Join, UdpNeedsTheHeaderCountToMatchAndSkipsTheClosingElement) {
+  std::vector<std::string> par = {"AA{}3{}51", "{}one\r\n", "{}two\r\n", "{}"};
+  EXPECT_EQ(CreaStringaComando(par, 1), "onetwo");
+
+  std::vector<std::string> wrongCount = {"AA{}4{}51", "{}one\r\n", "{}two\r\n", "{}"};
+  EXPECT_EQ(CreaStringaComando(wrongCount, 1), "");
+
+  // On UDP a data element needs more than three characters after "{}".
+  std::vector<std::string> shortOnes = {"AA{}3{}51", "{}x\r\n", "{}xy\r\n", "{}"};
+  EXPECT_EQ(CreaStringaComando(shortOnes, 1), "xy");
+
+  for (std::vector<std::string> bad : {std::vector<std::string>{"{}3{}51"}, {"AA{}3"}, {"AA{}{}51"}, {}})
+    EXPECT_EQ(CreaStringaComando(bad, 1), "");
+}
+
+TEST(Packets, ReadingOutsideTheArrayGivesEmptyWithoutAnEvent) {
+  LinkFixture f(1);
+  EXPECT_EQ(f.form().UboundStringaPar(), 0);
+  EXPECT_EQ(f.form().GetStringaPar(0), "");
+  f.form().StringaPar = {"a", "b"};
+  EXPECT_EQ(f.form().UboundStringaPar(), 1);
+  EXPECT_EQ(f.form().GetStringaPar(1), "b");
+  EXPECT_EQ(f.form().GetStringaPar(-1), "");
+  EXPECT_EQ(f.form().GetStringaPar(2), "");
+  EXPECT_TRUE(f.debug.empty());
+}

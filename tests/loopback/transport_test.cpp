@@ -1,0 +1,169 @@
+// The link on real sockets over loopback: what the peer receives is exactly
+// what was sent, framed on TCP and bare on UDP.
+#include <gtest/gtest.h>
+
+#include <boost/asio.hpp>
+#include <chrono>
+
+#include "camrelay/clsClient.h"
+#include "env_guard.h"
+#include "link/frmClient.h"
+#include "store/DataVideo.h"
+
+using namespace camrelay;
+namespace asio = boost::asio;
+using asio::ip::tcp;
+using asio::ip::udp;
+
+namespace {
+
+const asio::ip::address kLoopback = asio::ip::make_address("127.0.0.1");
+
+// Runs the loop until done() or five seconds, whichever comes first.
+template <class Done>
+bool RunUntil(asio::io_context& io, Done done) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (!done() && std::chrono::steady_clock::now() < deadline) {
+    io.run_for(std::chrono::milliseconds(10));
+    io.restart();
+  }
+  return done();
+}
+
+std::string AllByteValues() {
+  std::string bytes;
+  for (int b = 0; b < 256; ++b) bytes.push_back(static_cast<char>(b));
+  return bytes;
+}
+
+struct RealLink {
+  asio::io_context io;
+  std::unique_ptr<link::frmClient> form;
+
+  RealLink(int protocol, int remotePort) {
+    form = std::make_unique<link::frmClient>(link::makeAsioPlatform(io), std::make_shared<store::DataVideo>());
+    form->Form_Load();
+    form->IpAddressRemote = "127.0.0.1";
+    form->RemoteAddrPort = remotePort;
+    form->LocalAddrPort = 0;
+    form->WskProtocol(protocol);
+  }
+};
+
+}  // namespace
+
+TEST(Loopback, TcpCarriesFramedMessagesByteForByte) {
+  asio::io_context serverIo;
+  tcp::acceptor acceptor(serverIo, {kLoopback, 0});
+  RealLink client(0, acceptor.local_endpoint().port());
+  client.form->Winsock1->connect();
+  tcp::socket peer(serverIo);
+  acceptor.accept(peer);
+  ASSERT_TRUE(RunUntil(client.io, [&] { return client.form->Winsock1->state() == link::sckConnected; }));
+
+  const std::string bytes = AllByteValues();
+  client.form->TrasmettiStringa("");
+  client.form->TrasmettiStringa(std::string(1234, 'x'));
+  client.form->TrasmettiStringa(bytes);
+  const std::string expected =
+      "LN{}0{}" + ("LN{}1234{}" + std::string(1234, 'x')) + "LN{}256{}" + bytes;
+  std::string received(expected.size(), '\0');
+  ASSERT_TRUE(RunUntil(client.io, [&] { return !client.form->TrasmissioneInCorso; }));
+  asio::read(peer, asio::buffer(received));
+  EXPECT_EQ(received, expected);
+
+  // And the other way: what the peer writes reaches the link unchanged.
+  asio::write(peer, asio::buffer(bytes));
+  std::string got;
+  client.form->Winsock1->onDataArrival = [&](long) { got += client.form->Winsock1->getData(); };
+  ASSERT_TRUE(RunUntil(client.io, [&] { return got.size() >= bytes.size(); }));
+  EXPECT_EQ(got, bytes);
+}
+
+TEST(Loopback, UdpSendsEachMessageAsOneBareDatagram) {
+  asio::io_context serverIo;
+  udp::socket peer(serverIo, {kLoopback, 0});
+  RealLink client(1, peer.local_endpoint().port());
+  ASSERT_EQ(client.form->Winsock1->state(), link::sckOpen);
+
+  const std::string bytes = AllByteValues();
+  std::array<char, 2048> buffer{};
+  udp::endpoint from;
+  for (const std::string& message : {std::string("OK{}02"), bytes}) {
+    client.form->TrasmettiStringa(message);
+    const auto n = peer.receive_from(asio::buffer(buffer), from);
+    EXPECT_EQ(std::string(buffer.data(), n), message);
+  }
+
+  peer.send_to(asio::buffer(bytes), from);
+  std::string got;
+  client.form->Winsock1->onDataArrival = [&](long) { got = client.form->Winsock1->getData(); };
+  ASSERT_TRUE(RunUntil(client.io, [&] { return !got.empty(); }));
+  EXPECT_EQ(got, bytes);
+}
+
+TEST(Loopback, UdpBindToAPortInUseLeavesNoProtocol) {
+  test::ConfigHomeGuard home;
+  asio::io_context io;
+  udp::socket taken(io, {asio::ip::address_v4::any(), 0});
+  const int port = taken.local_endpoint().port();
+  clsClient client(io);
+  std::vector<int> states;
+  client.CambioStatoConnessione = [&](StatoConnessioneEnum s) { states.push_back(s); };
+  client.Connetti("127.0.0.1", 19201, port);
+  EXPECT_EQ(client.Protocol(), sckProtocolError);
+  EXPECT_EQ(states, std::vector<int>{cErroreConnessione});
+  EXPECT_FALSE(client.Connesso());
+
+  taken.close();
+  client.Connetti("127.0.0.1", 19201, port);
+  EXPECT_EQ(client.Protocol(), sckUDPProtocol);
+  EXPECT_TRUE(client.Connesso());
+  EXPECT_EQ(client.LocalPort(), port);
+}
+
+TEST(Loopback, ARefusedTcpConnectionIsReportedAsAnError) {
+  asio::io_context serverIo;
+  int closedPort;
+  {
+    tcp::acceptor probe(serverIo, {kLoopback, 0});
+    closedPort = probe.local_endpoint().port();
+  }
+  RealLink client(0, closedPort);
+  int number = 0;
+  client.form->Winsock1->onError = [&](int n, const std::string&) { number = n; };
+  client.form->Winsock1->connect();
+  ASSERT_TRUE(RunUntil(client.io, [&] { return number != 0; }));
+  EXPECT_EQ(number, 10061);
+}
+
+TEST(Loopback, APeerResetIsReportedAs10054) {
+  asio::io_context serverIo;
+  tcp::acceptor acceptor(serverIo, {kLoopback, 0});
+  RealLink client(0, acceptor.local_endpoint().port());
+  client.form->Winsock1->connect();
+  tcp::socket peer(serverIo);
+  acceptor.accept(peer);
+  ASSERT_TRUE(RunUntil(client.io, [&] { return client.form->Winsock1->state() == link::sckConnected; }));
+  int number = 0;
+  client.form->Winsock1->onError = [&](int n, const std::string&) { number = n; };
+  peer.set_option(asio::socket_base::linger(true, 0));
+  peer.close();
+  ASSERT_TRUE(RunUntil(client.io, [&] { return number != 0; }));
+  EXPECT_EQ(number, 10054);
+}
+
+TEST(Loopback, TheReplyTimerTicksOnRealTime) {
+  asio::io_context io;
+  auto timer = link::makeAsioPlatform(io)->makeTimer();
+  int ticks = 0;
+  timer->onTick = [&] {
+    ++ticks;
+    timer->setEnabled(false);
+  };
+  timer->setInterval(20);
+  timer->setEnabled(true);
+  ASSERT_TRUE(RunUntil(io, [&] { return ticks > 0; }));
+  io.run_for(std::chrono::milliseconds(60));
+  EXPECT_EQ(ticks, 1);  // disabled inside its own tick: fires once
+}
