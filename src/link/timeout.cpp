@@ -1,7 +1,185 @@
-// Placeholder until this subsystem lands; replaced wholesale by its owner.
+// The reply timer and the unit's two flow-control replies: silence is met
+// with a resend up to the retry limit and then a give-up; "BS" stretches the
+// wait; "OK" releases the next packet of an upload.
+#include <algorithm>
+
 #include "link/frmClient.h"
+#include "link/guard.h"
+
 namespace camrelay::link {
-void frmClient::tmrTimeOut_Timer() {}
-void frmClient::Winsock_RicevutoAttendi(const std::string&) {}
-void frmClient::Winsock_RicevutoPacchetto(const std::string&) {}
+
+namespace {
+
+// Media and preview images go on much longer than the transport's limit.
+constexpr int kMediaAttempts = 25;
+// How long a busy unit is given, on either transport.
+constexpr int kBusyInterval = 60000;
+
+// Requests the unit has taken and is still working on: it is told to be patient.
+bool BusyWithRequest(int stato) {
+  switch (stato) {
+    case cRichiestaProg: case cRichiestaWave: case cRichiestaLog: case cRichiestaCancellaLog:
+    case cRicezionePreViewOK: case cTrasmettiStringa: case cRichiestaCamEvents: case cRichiestaProgCamEvents:
+    case cRichiestaCancellaPrimaLog:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// While the unit stores a firmware update or voice messages it may take any
+// time.
+bool WaitsWithoutLimit(int stato) {
+  return stato == cTrasmettiAggiornamento || stato == cTrasmettiWave || stato == cRichiestaWave;
+}
+
+bool BusyWaitsBriefly(int stato) {
+  switch (stato) {
+    case cRichiestaPreView: case cRichiestaStringa: case cTrasmettiStringa: case cRichiestaStreamImage:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool UploadWaitsBriefly(int stato) {
+  switch (stato) {
+    case cTrasmettiStringa: case cTrasmettiStringaReq: case cTrasmettiStreamImageReq: case cTrasmettiPreviewEnable:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Exchanges whose upload is followed by an answer of the unit: their end is
+// reported by that answer, not by the last acknowledgement.
+bool EndsWithAnswer(int stato) {
+  switch (stato) {
+    case cTrasmettiPreviewEnable: case cRichiestaPreView: case cRicezionePreViewOK: case cTrasmettiStringa:
+    case cTrasmettiStringaReq: case cTrasmettiStreamImageReq:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// The counter climbs one by one, so equality is the test, not a bound.
+bool ShouldRetry(const frmClient& f) {
+  const bool media = f.sTipoArrivo == "56" || f.sTipoArrivo == "09";
+  return (media || f.TentativiTimeOut != f.TentativiTimeOutMax) && !(media && f.TentativiTimeOut == kMediaAttempts);
+}
+
+std::string EndProbe(const std::string& tipo, int count) {
+  return std::string(code::End) + std::string(kSep) + tipo + std::string(kSep) + std::to_string(count) +
+         std::string(kSep);
+}
+
+void Retry(frmClient& f) {
+  ++f.TentativiTimeOut;
+  if (f.QueueLength() < 1) {
+    f.Stato = cNoOperation;
+    return;
+  }
+  if (IsUploadType(f.sTipoArrivo)) {
+    // Send the last packet again, numbered, so the unit can tell a repeat.
+    f.StringaInviata = std::min(std::max(f.StringaInviata - 1, 0), f.UboundStringaPar() + 1);
+    f.TrasmettiStringa(EndProbe(f.sTipoArrivo, f.StringaInviata) + f.GetStringaPar(f.StringaInviata));
+    ++f.StringaInviata;
+    f.RaiseStato(cTimeOutConnessione);
+    f.bAttesaFine = true;
+  } else if (f.Stato != cNoOperation) {
+    // Tell the unit how far the download got; only its "13" is taken next.
+    f.TrasmettiStringa(EndProbe(f.sTipoArrivo, f.nPacchetti));
+    f.RaiseStato(cTimeOutConnessione);
+    f.bAttesaFine = true;
+  } else {
+    // Not accepted yet: ask the unit to repeat its last answer.
+    f.TrasmettiStringa(std::string(code::ResendAll));
+    f.RaiseStato(cTimeOutConnessione);
+  }
+}
+
+void GiveUp(frmClient& f) {
+  f.bAttesaFine = false;
+  f.Stato = cNoOperation;
+  // A lost preview image is not worth an error: the next one is on its way.
+  if (f.sTipoArrivo != "09") {
+    f.StringaErroreConnessione = "Raggiunto il numero massimo di tentativi.";
+    f.RaiseStato(cErroreConnessione);
+  }
+  const std::string tipo = f.sTipoArrivo;
+  f.RemoveRichiesta(1);
+  if (tipo == "09" || tipo == "08") f.ResumePreviewAfterGiveUp();
+  f.PannelloConnetti("Non connesso", panel::kRed);
+}
+
+}  // namespace
+
+void frmClient::tmrTimeOut_Timer() {
+  Guarded(*this, "tmrTimeOut_Timer", [&] {
+    tmrTimeOut->setEnabled(false);
+    if (ShowCamRelay)
+      panel::AppendLogLine(Panel.Label4, LogStamp() + " - Avvenuto un tmrTimeOut di intervallo: " +
+                                             std::to_string(tmrTimeOut->interval()) +
+                                             "; Stato = " + std::to_string(Stato));
+    bAttesaRisposta = false;
+    if (ShouldRetry(*this))
+      Retry(*this);
+    else
+      GiveUp(*this);
+  });
+}
+
+void frmClient::Winsock_RicevutoAttendi(const std::string&) {
+  GuardedWithState(*this, "Winsock_RicevutoAttendi", [&] {
+    if (IsTCP()) TrasmettiStringa(std::string(code::Busy) + std::string(kSep) + sTipoArrivo);
+    if (Stato == cTrasmettiPreviewEnable || Stato == cRichiestaPreView)
+      Stato = cRichiestaPreView;
+    else if (Stato == cTrasmettiStringaReq)
+      Stato = cRichiestaStringa;
+    else if (Stato == cTrasmettiStreamImageReq)
+      Stato = cRichiestaStreamImage;
+    else if (BusyWithRequest(Stato))
+      RaiseStato(cRichiestaOKAndBusy);
+    else if (Stato != cNoOperation)
+      RaiseStato(cTrasmissioneOKAndBusy);
+
+    // Wait for the unit's next message without a limit; the echo above armed
+    // the timer.
+    if (WaitsWithoutLimit(Stato)) {
+      tmrTimeOut->setEnabled(false);
+      return;
+    }
+    tmrTimeOut->setInterval(BusyWaitsBriefly(Stato) ? TimeOutBreve : kBusyInterval);
+    if (ShowCamRelay) {
+      Panel.LblTimeOut = "Durata TimeOut BS: " + std::to_string(tmrTimeOut->interval()) + "ms";
+      Panel.LblStato = "Stato corrente: " + std::to_string(Stato);
+    }
+    tmrTimeOut->setEnabled(true);
+  });
+}
+
+void frmClient::Winsock_RicevutoPacchetto(const std::string& Stringa) {
+  GuardedWithState(*this, "Winsock_RicevutoPacchetto", [&] {
+    if (ShowCamRelay) panel::AppendLogLine(Panel.txtRxData, Stringa + " ---> " + sTipoRichiesta);
+    if (!StringaPar.empty() && StringaInviata >= 0 && UboundStringaPar() >= StringaInviata) {
+      tmrTimeOut->setInterval(UploadWaitsBriefly(Stato) ? TimeOutBreve : TimeOutLungo);
+      TrasmettiStringa(StringaPar[StringaInviata]);
+      ++StringaInviata;
+      return;
+    }
+    // Only the acknowledgement of the last packet ends the upload; a repeat
+    // of it finds StringaInviata already past the end.
+    if (StringaInviata != UboundStringaPar() + 1) return;
+    ++StringaInviata;
+    if (Stato == cTrasmettiInstallCode || Stato == cTrasmettiUserCode) sStringaPassword = NewStringaPassWord;
+    if (!EndsWithAnswer(Stato)) {
+      Stato = cTrasmissioneOK;
+      RaiseStato(cTrasmissioneOK);
+    }
+    Stato = cNoOperation;
+    RemoveRichiesta(1);
+  });
+}
+
 }  // namespace camrelay::link

@@ -1,7 +1,124 @@
-// Placeholder until this subsystem lands; replaced wholesale by its owner.
+// The request queue: the host's operations wait here and are served one at a
+// time on the one link. Element 0 of the array is an empty slot; the head, the
+// request being served, is element 1.
+#include <algorithm>
+#include <iterator>
+
 #include "link/frmClient.h"
+#include "link/guard.h"
+
 namespace camrelay::link {
-void frmClient::AddRichiesta(const std::string&, const std::string&, bool) {}
-void frmClient::RemoveRichiesta(int) {}
-void frmClient::ReadRichiesta() {}
+
+namespace {
+
+// Preview requests differ only in their camera or command: one waiting is
+// enough, whatever its argument.
+bool IsDuplicate(const Richiesta& waiting, const std::string& Tipo, const std::string& Parametro) {
+  return waiting.Tipo == Tipo && (waiting.Parametro == Parametro || Tipo == "08" || Tipo == "09");
+}
+
+// The states in which a new request may be served at once: idle, or a stream
+// image exchange that does not hold the link.
+bool ServesOnAdd(int stato) {
+  return stato == cNoOperation || stato == cRichiestaStreamImage || stato == cRicezioneStreamImageOK;
+}
+
+struct Serving {
+  std::string_view tipo;
+  void (*serve)(frmClient&, const std::string& parametro);
+  bool fewRetries;  // login and code changes start with only three retries left
+};
+
+// Tested in this order.
+constexpr Serving kServing[] = {
+    {"AA", [](frmClient& f, const std::string&) { f.RichiestaDiConnessione(); }, true},
+    {"08", [](frmClient& f, const std::string& p) { f.AttivaPreview(p); }, false},
+    {"01", [](frmClient& f, const std::string&) { f.UpLoadProgrammazione(); }, false},
+    {"55", [](frmClient& f, const std::string&) { f.UpLoadProgCamEvents(); }, false},
+    {"02", [](frmClient& f, const std::string&) { f.DownLoadProgrammazione(); }, false},
+    {"04", [](frmClient& f, const std::string& p) { f.CancellazioneDelLog(p); }, false},
+    {"11", [](frmClient& f, const std::string&) { f.CancellaPrimaIlLog(); }, false},
+    {"52", [](frmClient& f, const std::string& p) { f.DownLoadStrCommand(p); }, false},
+    {"53", [](frmClient& f, const std::string&) { f.DownloadCamEvents(); }, false},
+    {"54", [](frmClient& f, const std::string&) { f.DownloadProgCamEvents(); }, false},
+    {"56", [](frmClient& f, const std::string& p) { f.DownloadMultimediaFile(p); }, false},
+    {"50", [](frmClient& f, const std::string& p) { f.UploadStrCommand(p); }, false},
+    {"57", [](frmClient& f, const std::string& p) { f.DownLoadStreamImage(p); }, false},
+    {"05", [](frmClient& f, const std::string& p) { f.UpLoadMessaggiWave(p); }, false},
+    {"10", [](frmClient& f, const std::string& p) { f.UpLoadAggiornamento(p); }, false},
+    {"06", [](frmClient& f, const std::string&) { f.DownLoadMessaggiWave(); }, false},
+    {"07", [](frmClient& f, const std::string&) { f.UploadCodInstallatore(); }, true},
+    {"14", [](frmClient& f, const std::string&) { f.UploadCodUtente(); }, true},
+};
+
+std::string QueueLine(int count, const std::string& Tipo, const std::string& Parametro, int stato) {
+  return std::to_string(count) + " - " + Tipo + " - " + Parametro + " - " + std::to_string(stato);
+}
+
+}  // namespace
+
+void frmClient::AddRichiesta(const std::string& Tipo, const std::string& Parametro, bool ForceAdd) {
+  try {
+    if (Richieste.empty()) Richieste.emplace_back();
+    const bool refused =
+        !ForceAdd && std::any_of(Richieste.begin() + std::min<std::ptrdiff_t>(2, Richieste.size()),
+                                 Richieste.end(),
+                                 [&](const Richiesta& waiting) { return IsDuplicate(waiting, Tipo, Parametro); });
+    if (!refused) Richieste.push_back(Richiesta{Tipo, Parametro});
+    if (ShowCamRelay)
+      panel::AppendLogLine(Panel.LblRichiesta,
+                           (refused ? "No: " : "") + QueueLine(QueueLength(), Tipo, Parametro, Stato));
+    if (ServesOnAdd(Stato)) ReadRichiesta();
+  } catch (...) {
+    CreateEventOnDebug("AddRichiesta: " + Describe(std::current_exception()) + "\r\nsTipoArrivo: " + Tipo);
+  }
+}
+
+void frmClient::RemoveRichiesta(int Indice) {
+  Guarded(*this, "RemoveRichiesta", [&] {
+    const int n = QueueLength();
+    if (n >= 2) {
+      // An index outside the queue drops the last request instead.
+      const int drop = Indice >= 1 && Indice <= n ? Indice : n;
+      Richieste.erase(Richieste.begin() + drop);
+    } else if (n == 1) {
+      Richieste.assign(1, Richiesta{});
+      // The queue ran dry: the preview cycle, if one is on, takes the link
+      // again, unless the request just served was itself a preview.
+      if (sTipoRichiesta != "09" && VideoCiclePreview >= 1 && sTipoRichiesta != "08") AcquisisciNextPreview();
+    }
+    if (Stato == cNoOperation) ReadRichiesta();
+  });
+}
+
+void frmClient::ReadRichiesta() {
+  Guarded(*this, "ReadRichiesta", [&] {
+    TentativiTimeOut = 1;
+    TentativiRicezione = 0;
+    if (QueueLength() < 1) return;
+    const Richiesta head = Richieste[1];
+    if (ShowCamRelay) {
+      Panel.LblRichiesta = QueueLine(QueueLength(), head.Tipo, head.Parametro, Stato);
+      Panel.LblStatoTCP = "Stato rete: " + std::to_string(Winsock1->state());
+    }
+    if (IsTCP() && Winsock1->state() != sckConnected) {
+      if (Winsock1->state() == sckConnecting) return;
+      // The connect handler serves the head once the link is up.
+      if (Winsock1->state() > sckClosed) Winsock1->close();
+      Stato = cNoOperation;
+      tmrTimeOut->setEnabled(false);
+      Winsock1->connect();
+      if (ShowCamRelay)
+        panel::AppendLogLine(Panel.LblRichiesta, LogStamp() + " - Richiesta di connessione in corso...");
+      return;
+    }
+    sTipoRichiesta = head.Tipo;
+    const auto row = std::find_if(std::begin(kServing), std::end(kServing),
+                                  [&](const Serving& s) { return s.tipo == head.Tipo; });
+    if (row == std::end(kServing)) return;  // no operation serves it: it stays at the head
+    if (row->fewRetries) TentativiTimeOut = static_cast<std::int16_t>(TentativiTimeOutMax - 3);
+    row->serve(*this, head.Parametro);
+  });
+}
+
 }  // namespace camrelay::link
