@@ -1,9 +1,168 @@
-// Placeholder until this subsystem lands; replaced wholesale by its owner.
+// Live preview and video playback. One request type, "08", carries all of
+// it: a camera number (0 stops), a video file name, or a playback command.
+// The unit answers with a "09" image transfer, which may carry no image at
+// all when it only confirms a command; the preview then moves on to the next
+// camera of the cycle.
+#include <array>
+#include <climits>
+#include <stdexcept>
+#include <string_view>
+
 #include "link/frmClient.h"
+#include "link/guard.h"
+#include "requests/crypt.h"
+
 namespace camrelay::link {
-void frmClient::AttivaPreview(const std::string&) {}
-void frmClient::AcquisisciNextPreview() {}
-void frmClient::CreaStrPreview(long&) {}
-void frmClient::CompletePreviewImage() {}
-void frmClient::ResumePreviewAfterGiveUp() {}
+namespace {
+
+constexpr std::string_view kPausa = "PAUSE:";
+constexpr std::string_view kChiudi = "CLOSE:";
+constexpr std::string_view kErroreRegistrazione = "Reg Error";
+// Cameras 1..31 are bits 0..30 of the cycle mask.
+constexpr int kCameras = 31;
+
+// Classifies what the preview asks for, updates the playback record, and
+// returns the text the "08" request carries.
+std::string SelectPreview(frmClient& form, const std::string& arg) {
+  if (arg.find(".avi") != std::string::npos) {
+    // A recorded file opens paused; the camera shown is none.
+    form.NomeFileMultimedia = arg;
+    form.ComandoPlayback = kPausa;
+    form.NCamPreviewDownloaded = 0;
+    return arg;
+  }
+  if (arg.find(':') == std::string::npos) {
+    form.NomeFileMultimedia.clear();
+    form.ComandoPlayback.clear();
+    const long long camera = LeadingNumber(arg);
+    if (camera < INT_MIN || camera > INT_MAX) throw std::overflow_error("Overflow");
+    form.NCamPreviewDownloaded = static_cast<int>(camera);
+    return std::to_string(form.NCamPreviewDownloaded);
+  }
+  form.NCamPreviewDownloaded = 0;
+  form.ComandoPlayback = arg;
+  return arg;
+}
+
+// The commands that act once: after a give-up they are not sent again, since
+// repeating them would step or seek twice. Those carrying a value are known
+// by their name, the text up to the colon.
+bool IsOneShotCommand(const std::string& command) {
+  static constexpr std::array<std::string_view, 6> kOnce = {
+      "STOP:", "PAUSE:", "NEXTFRAME:", "PREVFRAME:", "CurrentTimeFileVideo:", "SetQualityImages:"};
+  const std::string_view name = std::string_view(command).substr(0, command.find(':') + 1);
+  for (const auto once : kOnce)
+    if (name == once) return true;
+  return false;
+}
+
+// One image piece "{}" index "{}" size "{}" data: appends its data and
+// takes the image's size from the first piece. False when the piece is
+// malformed, which ends the collection.
+bool AppendPiece(const std::string& piece, long& size, std::string& image) {
+  if (piece.compare(0, 2, kSep) != 0) return false;
+  const auto sizeSep = piece.find(kSep, 2);
+  if (sizeSep == std::string::npos || sizeSep + 2 >= piece.size()) return false;
+  const auto dataSep = piece.find(kSep, sizeSep + 2);
+  if (dataSep == std::string::npos || dataSep + 2 >= piece.size()) return false;
+  if (size == 0) size = static_cast<long>(LeadingNumber(piece.substr(sizeSep + 2, dataSep - sizeSep - 2)));
+  image.append(piece, dataSep + 2);
+  return true;
+}
+
+// A "Reg Error" answer means the unit could not open or drive the file; the
+// answer to "CLOSE:" means it closed it. Either way no file is played now.
+void EndPlaybackOnAnswer(frmClient& form) {
+  if (form.ComandoPlayback == kChiudi ||
+      form.GetStringaPar(0).find(kErroreRegistrazione) != std::string::npos) {
+    form.NomeFileMultimedia.clear();
+    form.ComandoPlayback.clear();
+  }
+}
+
+}  // namespace
+
+void frmClient::AttivaPreview(const std::string& arg) {
+  Guarded(*this, "AttivaPreview", [&] {
+    const std::string what = SelectPreview(*this, arg);
+    const std::string code = PwdCrypted ? requests::CryptData(sStringaPassword) : sStringaPassword;
+    // TCP carries the request in the opening message; UDP sends it as an
+    // element of its own, followed by the closing element.
+    if (IsTCP())
+      StringaPar = {"AA{}0{}08{}" + code + "{}" + what + "\r\n"};
+    else
+      StringaPar = {"AA{}2{}08{}" + code, "{}" + what + "\r\n", "{}"};
+    // The preview changes state silently: a cycle would otherwise raise an
+    // event for every image.
+    Stato = cTrasmettiPreviewEnable;
+    tmrTimeOut->setEnabled(false);
+    tmrTimeOut->setInterval(TimeOutBreve);
+    TrasmettiStringa(StringaPar[0]);
+    StringaInviata = 1;
+    bAttesaRisposta = true;
+  });
+}
+
+void frmClient::AcquisisciNextPreview() {
+  Guarded(*this, "AcquisisciNextPreview", [&] {
+    // Bit 31 names no camera: a mask without any of bits 0..30 has nothing to
+    // show and would otherwise be searched for ever.
+    if ((VideoCiclePreview & 0x7FFFFFFF) == 0) return;
+    int k = NCamPreviewDownloaded - 1;
+    do {
+      k = k >= 0 ? k + 1 : 0;
+      if (k >= kCameras) k = 0;
+    } while ((VideoCiclePreview & (1 << k)) == 0);
+    NCamPreviewDownloaded = k + 1;
+    AddRichiesta("08", std::to_string(NCamPreviewDownloaded));
+  });
+}
+
+void frmClient::CreaStrPreview(long& size) {
+  Guarded(*this, "CreaStrPreview", [&] {
+    // Element 0 holds the acceptance; the pieces follow it.
+    std::string image;
+    for (int i = 1; i <= UboundStringaPar(); ++i)
+      if (!AppendPiece(StringaPar[i], size, image)) break;
+    ImagePreview = std::move(image);
+  });
+}
+
+// Runs inside the dispatcher's handlers, whose guard reports its failures.
+void frmClient::CompletePreviewImage() {
+  tmrTimeOut->setEnabled(false);
+  long size = 0;
+  CreaStrPreview(size);
+  const bool stream = sTipoArrivo == "58";
+  // Only an image whose pieces add up to the size they announce is reported;
+  // an answer that merely confirms a command carries none.
+  if (!ImagePreview.empty() && static_cast<long>(ImagePreview.size()) == size) {
+    Stato = stream ? cRicezioneStreamImageOK : cRicezionePreViewOK;
+    RaiseStato(Stato);
+  }
+  Stato = cNoOperation;
+  if (stream) {
+    // The "57" request left the queue when it was sent, so the head now is an
+    // unrelated request: removing it would drop it. Serve it instead. A
+    // stream image is a single picture and does not move the preview cycle.
+    ReadRichiesta();
+    return;
+  }
+  EndPlaybackOnAnswer(*this);
+  RemoveRichiesta(1);
+  // While a recorded file is open the unit shows its frames: the camera
+  // cycle waits until the file is closed.
+  if (NomeFileMultimedia.empty()) AcquisisciNextPreview();
+}
+
+// Called by the reply timer when it gave up on a preview request.
+void frmClient::ResumePreviewAfterGiveUp() {
+  if (NomeFileMultimedia.empty()) {
+    AcquisisciNextPreview();
+    return;
+  }
+  // A file is open: ask again for what was lost, unless it acts only once.
+  if (!ComandoPlayback.empty() && !IsOneShotCommand(ComandoPlayback)) AddRichiesta("08", ComandoPlayback);
+}
+
 }  // namespace camrelay::link
