@@ -136,7 +136,8 @@ void AppendMediaData(frmClient& form, std::string_view data) {
     // Said once, at the first data packet; the rest of the run is still
     // acknowledged so that the unit ends the exchange normally.
     if (form.nPacchetti == 2)
-      form.CreateEventOnDebug("WinSock_DownloadMedia: nome di file rifiutato: " + name);
+      form.CreateEventOnDebug("WinSock_DownloadMedia: the file name \"" + name +
+                              "\" is refused: a multimedia file is named without a folder");
     return;
   }
   const fs::path folder = fs::path(form.BaseDir()) / (EndsWith(name, ".jpg") ? "Snapshot" : "VideoAvi");
@@ -145,7 +146,7 @@ void AppendMediaData(frmClient& form, std::string_view data) {
   std::ofstream out(target, std::ios::binary | std::ios::app);
   out.write(data.data(), static_cast<std::streamsize>(data.size()));
   out.close();
-  if (!out) throw std::runtime_error("impossibile scrivere " + target.string());
+  if (!out) throw std::runtime_error("cannot write " + target.string());
   form.FileMultimediaSize = static_cast<int>(fs::file_size(target));
   form.RaiseStato(cRicezioneMultimedia);
 }

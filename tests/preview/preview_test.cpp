@@ -5,59 +5,24 @@
 #include <algorithm>
 #include <climits>
 
-#include "../reception/reception_support.h"
 #include "link_fixture.h"
+#include "preview_support.h"
 
 using namespace camrelay;
-using camrelay::test::AllBytes;
+using camrelay::test::kPiece;
 using camrelay::test::LinkFixture;
+using camrelay::test::TwoPieceImage;
+using camrelay::test::UdpUnit;
 
 namespace {
 
 using Texts = std::vector<std::string>;
 
-constexpr std::size_t kPiece = 3072;
-
-// Every byte value, repeated past one piece so that an image takes two.
-std::string TwoPieceImage(char salt) {
-  std::string image;
-  while (image.size() <= kPiece) image += AllBytes();
-  image[0] = salt;
-  return image;
-}
-
 struct Preview : ::testing::Test {
   LinkFixture f{1};
   link::frmClient& form = f.form();
+  UdpUnit unit{f.socket()};
 
-  // The unit sends an image transfer of type `tipo`: its acceptance with the
-  // size, then the pieces "{}" index "{}" size "{}" data.
-  void unitSendsImage(const std::string& image, const std::string& tipo = "09") {
-    const std::size_t pieces = (image.size() + kPiece - 1) / kPiece;
-    const std::string size = std::to_string(image.size());
-    f.unitSends("AA{}" + std::to_string(pieces) + "{}" + tipo + "{}" + size);
-    for (std::size_t i = 0; i < pieces; ++i)
-      f.unitSends("{}" + std::to_string(i + 1) + "{}" + size + "{}" + image.substr(i * kPiece, kPiece));
-  }
-  // UDP: the unit takes the request element and the closing element, then
-  // answers with `image` (none: an answer without a picture).
-  void unitAnswers(const std::string& image, const std::string& status = "OK") {
-    f.unitSends("AA{}2{}08");
-    f.unitSends("OK");
-    if (image.empty())
-      f.unitSends("AA{}0{}09{}" + status);
-    else
-      unitSendsImage(image);
-  }
-  // What the preview requests sent so far asked for: the request element of
-  // each UDP "08" exchange, its line end removed.
-  Texts asked() const {
-    Texts out;
-    for (const auto& m : f.messages())
-      if (m.size() > 4 && m.compare(0, 2, "{}") == 0 && m.compare(m.size() - 2, 2, "\r\n") == 0)
-        out.push_back(m.substr(2, m.size() - 4));
-    return out;
-  }
   int raised(int stato) const { return static_cast<int>(std::count(f.states.begin(), f.states.end(), stato)); }
   // The link busy with a programming download, so that new requests wait.
   void busy() {
@@ -111,11 +76,11 @@ TEST_F(Preview, CycleOnCamerasOneAndThreeWrapsAround) {
   std::vector<std::string> images;
   for (char salt : {'a', 'b', 'c'}) {
     images.push_back(TwoPieceImage(salt));
-    unitAnswers(images.back());
+    unit.answers(images.back());
     EXPECT_EQ(form.ImagePreview, images.back());
   }
   // Each image ends its request and the cycle asks for the next camera.
-  EXPECT_EQ(asked(), (Texts{"3", "1", "3"}));
+  EXPECT_EQ(unit.asked(), (Texts{"3", "1", "3"}));
   EXPECT_EQ(raised(cRicezionePreViewOK), 3);
   EXPECT_EQ(form.Richieste, (std::vector<link::Richiesta>{{}, {"08", "1"}}));
   EXPECT_EQ(form.Stato, cTrasmettiPreviewEnable);
@@ -148,27 +113,27 @@ TEST_F(Preview, ARecordedFileStopsTheCycleUntilItIsClosed) {
   form.VideoCiclePreview = 5;
   form.AddRichiesta("08", "rec1.avi", true);
   const std::string frame = TwoPieceImage('f');
-  unitAnswers(frame);
+  unit.answers(frame);
   EXPECT_EQ(form.ImagePreview, frame);
-  EXPECT_EQ(asked(), Texts{"rec1.avi"}) << "no camera is asked for while the file is open";
+  EXPECT_EQ(unit.asked(), Texts{"rec1.avi"}) << "no camera is asked for while the file is open";
   EXPECT_EQ(form.QueueLength(), 0);
 
   form.AddRichiesta("08", "NEXTFRAME:", true);
-  unitAnswers(TwoPieceImage('n'));
+  unit.answers(TwoPieceImage('n'));
   EXPECT_EQ(form.NomeFileMultimedia, "rec1.avi");
   EXPECT_EQ(form.ComandoPlayback, "NEXTFRAME:");
 
   form.AddRichiesta("08", "CLOSE:", true);
-  unitAnswers("");
+  unit.answers("");
   EXPECT_EQ(form.NomeFileMultimedia, "");
   EXPECT_EQ(form.ComandoPlayback, "");
-  EXPECT_EQ(asked(), (Texts{"rec1.avi", "NEXTFRAME:", "CLOSE:"}));
+  EXPECT_EQ(unit.asked(), (Texts{"rec1.avi", "NEXTFRAME:", "CLOSE:"}));
   EXPECT_EQ(form.Richieste, (std::vector<link::Richiesta>{{}, {"08", "1"}})) << "closed: the cycle goes on";
 }
 
 TEST_F(Preview, RegErrorEndsThePlaybackAndAnswersWithoutAPictureRaiseNothing) {
   form.AddRichiesta("08", "rec9.avi", true);
-  unitAnswers("", "Reg Error");
+  unit.answers("", "Reg Error");
   EXPECT_EQ(form.NomeFileMultimedia, "");
   EXPECT_EQ(form.ComandoPlayback, "");
   EXPECT_EQ(raised(cRicezionePreViewOK), 0);
@@ -258,10 +223,10 @@ TEST_F(Preview, AStreamImageLeavesTheQueueAndTheCycleAlone) {
   form.Richieste.push_back({"03", "03"});  // queued while the stream image was asked for
   form.Stato = cTrasmettiStreamImageReq;
   const std::string image = TwoPieceImage('s');
-  unitSendsImage(image, "58");
+  unit.sendsImage(image, "58");
   EXPECT_EQ(form.ImagePreview, image);
   EXPECT_EQ(raised(cRicezioneStreamImageOK), 1);
   EXPECT_EQ(raised(cRicezionePreViewOK), 0);
   EXPECT_EQ(form.Richieste, (std::vector<link::Richiesta>{{}, {"03", "03"}})) << "the waiting request is served";
-  EXPECT_TRUE(asked().empty());
+  EXPECT_TRUE(unit.asked().empty());
 }
