@@ -3,17 +3,90 @@
 // client builds shares it.
 #pragma once
 
+#include <array>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "camrelay/enums.h"
+#include "store/Recordset.h"
 
 namespace camrelay {
 class DebugSink;
 }
 
 namespace camrelay::store {
+
+// What a named command does: a whole table, a query returning rows, or a
+// statement returning none.
+enum class CommandKind { Table, Query, Action };
+
+struct Command {
+  std::string_view Name;
+  CommandKind Kind;
+  // A table command's text is the quoted table name; the others are SQL.
+  std::string_view Text;
+  // The table the command's recordset reads and adds records to ("" for an
+  // Action).
+  std::string_view Table;
+};
+
+// The commands in the order the connection holds them. The download store
+// finds a record's table among them by name, taking no "Del_" command, so the
+// list names every table, even those the component never reads. The delete
+// and update texts are in SQLite's dialect (no "*" after DELETE, no table
+// before the column, 0 for False). "Del_alimentazione" keeps its lower-case
+// "a": hosts name the command so.
+inline constexpr std::array<Command, 19> kCommands{{
+    {"Ingressi", CommandKind::Table, "`Ingressi`", "Ingressi"},
+    {"CanaliVideo", CommandKind::Table, "`CanaliVideo`", "CanaliVideo"},
+    {"NumTel", CommandKind::Table, "`NumTel`", "NumTel"},
+    {"Registro_eventi", CommandKind::Query, "SELECT * FROM Registro_eventi ORDER BY [DataOra]", "Registro_eventi"},
+    {"MMS", CommandKind::Table, "`MMS`", "MMS"},
+    {"Alimentazione", CommandKind::Table, "`Alimentazione`", "Alimentazione"},
+    {"ImpostazioniVideo", CommandKind::Table, "`ImpostazioniVideo`", "ImpostazioniVideo"},
+    {"Del_NumTel", CommandKind::Action, "DELETE FROM NumTel", ""},
+    {"Del_MMS", CommandKind::Action, "DELETE FROM MMS", ""},
+    {"Del_alimentazione", CommandKind::Action, "DELETE FROM Alimentazione", ""},
+    {"Del_Ingressi", CommandKind::Action, "DELETE FROM Ingressi", ""},
+    {"Del_Registro_eventi", CommandKind::Action, "DELETE FROM Registro_eventi", ""},
+    {"Del_CanaliVideo", CommandKind::Action, "DELETE FROM CanaliVideo", ""},
+    {"Del_ImpostazioniVideo", CommandKind::Action, "DELETE FROM ImpostazioniVideo", ""},
+    {"CamEvents", CommandKind::Table, "`CamEvents`", "CamEvents"},
+    {"ProgCamEvents", CommandKind::Table, "`ProgCamEvents`", "ProgCamEvents"},
+    {"Festivita", CommandKind::Table, "`Festivita`", "Festivita"},
+    {"Del_ProgCamEvents", CommandKind::Action, "DELETE FROM ProgCamEvents", ""},
+    {"NoShowInListEvents", CommandKind::Action, "UPDATE CamEvents SET ShowInListEvents = 0", ""},
+}};
+
+// The command of that exact name, or nullptr.
+const Command* FindCommand(std::string_view name);
+
+// The six tables of the unit's programming with the commands that empty
+// them, in the order a programming is sent and stored.
+struct ProgrammingTable {
+  std::string_view Table;
+  std::string_view DeleteCommand;
+};
+inline constexpr std::array<ProgrammingTable, 6> kProgrammingTables{{
+    {"Ingressi", "Del_Ingressi"},
+    {"MMS", "Del_MMS"},
+    {"NumTel", "Del_NumTel"},
+    {"CanaliVideo", "Del_CanaliVideo"},
+    {"Alimentazione", "Del_alimentazione"},
+    {"ImpostazioniVideo", "Del_ImpostazioniVideo"},
+}};
+
+// The database file a connection string names: "Provider=SQLite;Data
+// Source=<file>" (keys in any case, other keys ignored, values may be quoted)
+// or a bare path. Throws std::runtime_error naming the providers that exist
+// for any other provider, a Jet or ACE one above all.
+std::filesystem::path DatabasePath(std::string_view connection);
+
+// Creates a database file with the standard tables; refuses a file that
+// exists. Throws std::runtime_error.
+void CreateDatabase(const std::filesystem::path& file);
 
 class DataVideo {
  public:
@@ -31,8 +104,9 @@ class DataVideo {
   const std::string& ConnectionString() const;
   void SetConnectionString(const std::string& connection);
   // Opens with the connection string held; a database file that does not
-  // exist is created with the standard tables. Throws std::runtime_error with
-  // a description a user can act on.
+  // exist is created with the standard tables, one that exists is used as it
+  // is. Throws std::runtime_error with a description a user can act on. Does
+  // nothing when already open.
   void Open();
   void Close();
 
@@ -44,7 +118,17 @@ class DataVideo {
   // through the form (when given), open, and set StatoDB without an event.
   void EnsureOpen(DebugSink* form, std::string_view procedure);
 
-  // ... further members: the store's own (commands, recordsets, SQLite).
+  // Runs a command that returns no rows (a "Del_" command, the update).
+  void Execute(std::string_view command);
+  // Runs a table command or the log query and returns its recordset.
+  Recordset OpenRecordset(std::string_view command);
+  // Every row of any table, in the order the rows were added.
+  Recordset OpenTable(std::string_view table);
+
+  // The open connection, for the store's own transactions and benchmarks;
+  // throws std::runtime_error when closed.
+  sqlite3* Handle() const;
+
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;

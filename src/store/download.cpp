@@ -1,0 +1,247 @@
+#include "store/download.h"
+
+#include <charconv>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+#include "store/report.h"
+#include "store/text.h"
+
+namespace camrelay::store {
+namespace {
+
+constexpr std::string_view kSeparator = "{}";
+constexpr std::string_view kLineEnd = "\r\n";
+
+struct WireField {
+  std::string_view value;
+  std::string_view type;
+};
+
+struct RecordLine {
+  std::string_view table;
+  std::vector<WireField> fields;
+};
+
+// The start of a text for a report, readable whatever its length.
+std::string Excerpt(std::string_view wire) {
+  constexpr std::size_t kShown = 60;
+  return "\"" + Cp1252ToUtf8(wire.substr(0, kShown)) + (wire.size() > kShown ? "...\"" : "\"");
+}
+
+// The text before the next separator; rest keeps what follows it.
+std::optional<std::string_view> TakeItem(std::string_view& rest) {
+  std::size_t end = rest.find(kSeparator);
+  if (end == std::string_view::npos) return std::nullopt;
+  std::string_view item = rest.substr(0, end);
+  rest.remove_prefix(end + kSeparator.size());
+  return item;
+}
+
+// "{}<table>{}<N>{}<value>{}<type>..." ; nullopt for a line that is not a
+// record (it does not start with a separator), std::invalid_argument for a
+// record that is cut short.
+std::optional<RecordLine> ParseLine(std::string_view line) {
+  if (!line.starts_with(kSeparator)) return std::nullopt;
+  std::string_view rest = line.substr(kSeparator.size());
+  auto table = TakeItem(rest);
+  if (!table) throw std::invalid_argument("a record line without a field count: " + Excerpt(line));
+  std::string_view count = rest;
+  if (auto item = TakeItem(rest)) {
+    count = *item;
+  } else {
+    rest = {};
+  }
+  std::string_view digits = TrimSpaces(count);
+  int last = -1;
+  auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), last);
+  if (parsed.ec != std::errc() || parsed.ptr != digits.data() + digits.size() || last < 0)
+    throw std::invalid_argument("the field count " + Excerpt(count) + " of a record of " + std::string(*table) +
+                                " is not a number");
+  RecordLine record{*table, {}};
+  for (int k = 0; k <= last; ++k) {
+    auto value = TakeItem(rest);
+    if (!value)
+      throw std::invalid_argument("a record of " + std::string(*table) + " ends after " + std::to_string(k) +
+                                  " of its " + std::to_string(last + 1) + " fields: " + Excerpt(line));
+    // The type runs to the next separator, or to the end of the line when
+    // none follows (the separator after the last type is optional).
+    std::size_t end = rest.find(kSeparator);
+    std::string_view type = rest;
+    rest = {};
+    if (end != std::string_view::npos && end > 0) {
+      rest = type.substr(end + kSeparator.size());
+      type = type.substr(0, end);
+    }
+    record.fields.push_back({*value, type});
+  }
+  return record;
+}
+
+// Writes record lines into the tables they name, keeping each table's
+// recordset open for the whole download, and reports each failure with the
+// step reached.
+class RecordWriter {
+ public:
+  RecordWriter(DataVideo& db, DebugSink* form, std::string_view procedure)
+      : db_(db), form_(form), procedure_(procedure) {}
+
+  // 0 on entry, 1 once there is something to store, then per stage.
+  int step = 0;
+  int stored = 0;
+
+  // Runs body and reports its failure. Before the database is touched
+  // (steps 0 and 1) a failure ends the procedure: returns false then.
+  template <class Body>
+  bool Attempt(Body&& body) {
+    try {
+      body();
+      return true;
+    } catch (const std::exception& e) {
+      ReportStep(e.what());
+      return step > 1;
+    }
+  }
+
+  void Open(std::string_view command) { open_.emplace_back(std::string(command), db_.OpenRecordset(command)); }
+
+  void Close(std::string_view command) {
+    for (auto& [name, records] : open_)
+      if (name == command) records.Close();
+  }
+
+  // Cuts the elements into lines and stores each (Dati[0] is not record
+  // text). An element without CR LF waits for the next one.
+  void StoreElements(const std::vector<std::string>& Dati) {
+    std::string buffer;
+    for (std::size_t i = 1; i < Dati.size(); ++i) {
+      step = 20 + static_cast<int>(i);
+      buffer += Dati[i];
+      if (Dati[i].find(kLineEnd) == std::string::npos) continue;
+      StoreLines(buffer);
+      buffer.clear();
+    }
+  }
+
+  // Closes what is still open and makes the store permanent.
+  bool Finish(Transaction& transaction) {
+    for (auto& entry : open_) entry.second.Close();
+    try {
+      transaction.Commit();
+      return true;
+    } catch (const std::exception& e) {
+      ReportStep(e.what());
+      return false;
+    }
+  }
+
+ private:
+  void ReportStep(std::string_view description) {
+    Report(form_, procedure_ + " on line " + std::to_string(step), description);
+  }
+
+  // The search for a line end starts at the second character, so a buffer
+  // that starts with CR LF does not yield an empty line: its first line
+  // then starts with CR LF and is not a record.
+  void StoreLines(std::string_view text) {
+    while (!text.empty()) {
+      std::size_t end = text.find(kLineEnd, 1);
+      if (end == std::string_view::npos) {
+        ReportStep("the text after the last line end was not stored: " + Excerpt(text));
+        return;
+      }
+      Attempt([&] { StoreLine(text.substr(0, end)); });
+      text.remove_prefix(end + kLineEnd.size());
+    }
+  }
+
+  // The recordset of the command named like the table, or nullptr when no
+  // command but a delete one has that name.
+  Recordset* RecordsetFor(std::string_view table) {
+    for (auto& [name, records] : open_)
+      if (name == table) return &records;
+    const Command* command = FindCommand(table);
+    if (!command || table.find("Del_") != std::string_view::npos) return nullptr;
+    Open(table);
+    return &open_.back().second;
+  }
+
+  void StoreLine(std::string_view line) {
+    auto record = ParseLine(line);
+    if (!record) return;
+    Recordset* records = RecordsetFor(record->table);
+    if (!records) return;
+    bool isLog = record->table == "Registro_eventi";
+    records->AddNew();
+    for (int f = 0; f < static_cast<int>(record->fields.size()); ++f) {
+      const WireField& field = record->fields[f];
+      // The log's counter is numbered by the database, and a Null leaves the
+      // field at its default.
+      if (isLog && f < records->FieldCount() && records->FieldName(f) == "IdRegistro") continue;
+      if (field.value == kNullText) continue;
+      Attempt([&] { records->SetValue(f, Converted(*records, f, field)); });
+    }
+    records->Update();
+    ++stored;
+  }
+
+  static DbValue Converted(const Recordset& records, int f, const WireField& field) {
+    try {
+      return FromWireText(field.type, field.value);
+    } catch (const std::invalid_argument& e) {
+      std::string name = f < records.FieldCount() ? " (" + records.FieldName(f) + ")" : "";
+      throw std::runtime_error(records.Table() + " field " + std::to_string(f) + name + ": " + e.what());
+    }
+  }
+
+  DataVideo& db_;
+  DebugSink* form_;
+  std::string procedure_;
+  std::vector<std::pair<std::string, Recordset>> open_;
+};
+
+// Opens the database when needed and starts the transaction of the whole
+// store; false (reported) when either fails.
+bool Begin(RecordWriter& writer, DataVideo& db, DebugSink* Form, std::string_view procedure,
+           std::optional<Transaction>& transaction) {
+  return writer.Attempt([&] {
+    db.EnsureOpen(Form, procedure);
+    transaction.emplace(db.Handle());
+  });
+}
+
+}  // namespace
+
+void SaveVideoSentrovaDB(std::vector<std::string>& Dati, DataVideo& db, DebugSink* Form) {
+  if (Dati.size() <= 1) return;
+  RecordWriter writer(db, Form, "SaveVideoSentrovaDB");
+  writer.step = 1;
+  std::optional<Transaction> transaction;
+  if (!Begin(writer, db, Form, "SaveVideoSentrovaDB", transaction)) return;
+  for (const auto& [table, deleteCommand] : kProgrammingTables) {
+    if (!writer.Attempt([&] { db.Execute(deleteCommand); })) return;
+    ++writer.step;
+    writer.Attempt([&] { writer.Open(table); });
+    ++writer.step;
+  }
+  writer.StoreElements(Dati);
+  writer.step = 13;
+  for (const auto& programming : kProgrammingTables) {
+    writer.Close(programming.Table);
+    ++writer.step;
+  }
+  writer.Finish(*transaction);
+}
+
+int AppendRecordLines(const std::vector<std::string>& Dati, DataVideo& db, DebugSink* Form) {
+  if (Dati.size() <= 1) return 0;
+  RecordWriter writer(db, Form, "AppendRecordLines");
+  writer.step = 1;
+  std::optional<Transaction> transaction;
+  if (!Begin(writer, db, Form, "AppendRecordLines", transaction)) return 0;
+  writer.StoreElements(Dati);
+  return writer.Finish(*transaction) ? writer.stored : 0;
+}
+
+}  // namespace camrelay::store
