@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "files/firmware.h"
 #include "files/safe_name.h"
+#include "files/voice.h"
 #include "link/frmClient.h"
 #include "link/guard.h"
 #include "requests/crypt.h"
@@ -194,9 +196,29 @@ void frmClient::UpLoadProgCamEvents() {
   });
 }
 
-void frmClient::UpLoadMessaggiWave(const std::string&) {}
+// The messages are read from the Audio folder of the working folder, or from
+// the folder of that name below it: never from anywhere else.
+void frmClient::UpLoadMessaggiWave(const std::string& fileName) {
+  Guarded(*this, "UpLoadMessaggiWave", [&] {
+    if (!fileName.empty() && !store::IsPlainFileName(fileName)) {
+      DropRequest(*this, "UpLoadMessaggiWave: \"" + fileName + "\" is not a plain file name; request dropped");
+      return;
+    }
+    std::filesystem::path folder = std::filesystem::path(BaseDir()) / "Audio";
+    if (!fileName.empty()) folder /= fileName;
+    store::LoadMessaggiWave(StringaPar, Database(), this, AccessCode(*this), folder);
+    Send(*this, cTrasmettiWave, TimeOutLungo);
+  });
+}
 
-void frmClient::UpLoadAggiornamento(const std::string&) {}
+// The update file is the host's own, given by its path.
+void frmClient::UpLoadAggiornamento(const std::string& fileName) {
+  Guarded(*this, "UpLoadAggiornamento", [&] {
+    store::LoadFileAgg(StringaPar, this, AccessCode(*this), fileName);
+    if (ShowCamRelay) panel::AppendLogLine(Panel.txtTxData, StringaPar[0]);
+    Send(*this, cTrasmettiAggiornamento, TimeOutLungo);
+  });
+}
 
 void frmClient::UploadCodInstallatore() {
   Guarded(*this, "UploadCodInstallatore",

@@ -67,6 +67,8 @@ TEST(DeviceOperations, EachSetsItsStateAndInterval) {
       {[](frmClient& f) { f.UpLoadProgCamEvents(); }, cTrasmettiProgCamEvents, true},
       {[](frmClient& f) { f.UploadCodInstallatore(); }, cTrasmettiInstallCode, false},
       {[](frmClient& f) { f.UploadCodUtente(); }, cTrasmettiUserCode, false},
+      {[](frmClient& f) { f.UpLoadMessaggiWave(""); }, cTrasmettiWave, false},
+      {[](frmClient& f) { f.UpLoadAggiornamento("missing.bin"); }, cTrasmettiAggiornamento, false},
   };
   for (const auto& row : rows) {
     LinkFixture t(sckUDPProtocol);
@@ -131,12 +133,14 @@ TEST(DeviceOperations, CodeUploadsCarryTheNewCodeAndNeverAnEmptyOne) {
   EXPECT_EQ(f.StringaPar, (Strings{"AA{}2{}07{}123456", "{}654321\r\n", "{}"}));
 }
 
-TEST(DeviceOperations, MediaNamesMustStayInTheirFolder) {
+TEST(DeviceOperations, MediaAndVoiceNamesMustStayInTheirFolder) {
   LinkFixture t(sckUDPProtocol);
   auto& f = t.form();
   f.AddRichiesta("56", "../escape.avi");
+  f.AddRichiesta("05", "/etc");
   EXPECT_TRUE(t.socket().sent.empty());
   EXPECT_TRUE(t.debugContains("DownloadMultimediaFile: "));
+  EXPECT_TRUE(t.debugContains("UpLoadMessaggiWave: "));
   EXPECT_EQ(f.QueueLength(), 0);
 
   f.AddRichiesta("56", "clip.avi");
@@ -166,6 +170,13 @@ TEST(DeviceOperations, ProgrammingUploadsCarryTheTablesAfterTheOpening) {
   f.UpLoadProgCamEvents();
   ASSERT_GE(f.UboundStringaPar(), 1);
   EXPECT_EQ(t.lastMessage(), "AA{}" + std::to_string(f.UboundStringaPar()) + "{}55{}123456");
+}
+
+TEST(DeviceOperations, TheUpdateFileIsTakenFromThePathGiven) {
+  LinkFixture t(sckUDPProtocol);
+  WriteFileBytes(t.dir() / "update.bin", std::string(3073, '\x5a'));
+  t.form().UpLoadAggiornamento((t.dir() / "update.bin").string());
+  EXPECT_EQ(t.lastMessage(), "AA{}4{}10{}123456");  // header, two chunks, terminator
 }
 
 }  // namespace
