@@ -1,7 +1,6 @@
 #include "files/voice.h"
 
 #include <algorithm>
-#include <charconv>
 #include <fstream>
 #include <optional>
 #include <stdexcept>
@@ -11,13 +10,12 @@
 #include "store/payload.h"
 #include "store/report.h"
 #include "store/text.h"
+#include "store/wire.h"
 
 namespace camrelay::store {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr std::string_view kSeparator = "{}";
 
 std::string RefusedName(std::string_view name) {
   return "the file name \"" + std::string(name) + "\" is refused: a voice message is named without a folder";
@@ -36,24 +34,12 @@ void AddWaveNames(std::vector<std::string>& names, DataVideo& db, std::string_vi
   }
 }
 
-// The next item of an element: the text before the next separator, or the
-// rest when none follows.
-std::string_view NextItem(std::string_view& rest) {
-  std::size_t end = rest.find(kSeparator);
-  std::string_view item = rest.substr(0, end);
-  rest = end == std::string_view::npos ? std::string_view{} : rest.substr(end + kSeparator.size());
-  return item;
-}
-
-std::optional<long> Number(std::string_view text) {
-  long value = 0;
-  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
-}
-
 // The file being received: its bytes start with one that no chunk fills,
 // which stays at the end of the file written.
+std::optional<long> Number(std::optional<std::string_view> item) {
+  return item ? WholeNumber(*item) : std::nullopt;
+}
+
 struct IncomingFile {
   long number = 0;
   long chunks = 0;
@@ -70,8 +56,8 @@ class WaveReceiver {
   void Element(std::string_view element) {
     if (!element.starts_with(kSeparator)) return;
     std::string_view rest = element.substr(kSeparator.size());
-    std::optional<long> number = Number(NextItem(rest));
-    if (!number) return Fail("an element without a file number: " + Cp1252ToUtf8(element.substr(0, 40)));
+    std::optional<long> number = Number(TakeItem(rest));
+    if (!number) return Fail("an element without a file number: " + Excerpt(element));
     if (!file_ || *number != file_->number) return Header(*number, rest);
     Chunk(rest);
   }
@@ -85,7 +71,7 @@ class WaveReceiver {
   void Header(long number, std::string_view rest) {
     file_.emplace();
     file_->number = number;
-    std::optional<long> chunks = Number(NextItem(rest));
+    std::optional<long> chunks = Number(TakeItem(rest));
     file_->name = Cp1252ToUtf8(rest.substr(0, rest.find("\r\n")));
     if (!chunks) return Fail("the header of file " + std::to_string(number) + " has no chunk count");
     file_->chunks = *chunks;
@@ -94,8 +80,8 @@ class WaveReceiver {
 
   void Chunk(std::string_view rest) {
     IncomingFile& file = *file_;
-    std::optional<long> chunk = Number(NextItem(rest));
-    std::optional<long> size = Number(NextItem(rest));
+    std::optional<long> chunk = Number(TakeItem(rest));
+    std::optional<long> size = Number(TakeItem(rest));
     if (file.broken) return;
     if (!chunk || *chunk != file.lastChunk + 1 || !size || *size != static_cast<long>(rest.size()))
       return Fail("\"" + file.name + "\" is not written: chunk " + std::to_string(file.lastChunk + 1) +
@@ -129,7 +115,7 @@ std::optional<long> AnnouncedCount(std::string_view opening) {
   if (rest.size() <= 1) return std::nullopt;
   std::size_t end = rest.find(kSeparator);
   if (end == 0 || end == std::string_view::npos) return std::nullopt;
-  return Number(TrimSpaces(rest.substr(0, end)));
+  return WholeNumber(TrimSpaces(rest.substr(0, end)));
 }
 
 }  // namespace

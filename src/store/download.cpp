@@ -1,18 +1,15 @@
 #include "store/download.h"
 
-#include <charconv>
 #include <optional>
 #include <stdexcept>
 #include <utility>
 
 #include "store/report.h"
 #include "store/text.h"
+#include "store/wire.h"
 
 namespace camrelay::store {
 namespace {
-
-constexpr std::string_view kSeparator = "{}";
-constexpr std::string_view kLineEnd = "\r\n";
 
 struct WireField {
   std::string_view value;
@@ -23,21 +20,6 @@ struct RecordLine {
   std::string_view table;
   std::vector<WireField> fields;
 };
-
-// The start of a text for a report, readable whatever its length.
-std::string Excerpt(std::string_view wire) {
-  constexpr std::size_t kShown = 60;
-  return "\"" + Cp1252ToUtf8(wire.substr(0, kShown)) + (wire.size() > kShown ? "...\"" : "\"");
-}
-
-// The text before the next separator; rest keeps what follows it.
-std::optional<std::string_view> TakeItem(std::string_view& rest) {
-  std::size_t end = rest.find(kSeparator);
-  if (end == std::string_view::npos) return std::nullopt;
-  std::string_view item = rest.substr(0, end);
-  rest.remove_prefix(end + kSeparator.size());
-  return item;
-}
 
 // "{}<table>{}<N>{}<value>{}<type>..." ; nullopt for a line that is not a
 // record (it does not start with a separator), std::invalid_argument for a
@@ -53,14 +35,12 @@ std::optional<RecordLine> ParseLine(std::string_view line) {
   } else {
     rest = {};
   }
-  std::string_view digits = TrimSpaces(count);
-  int last = -1;
-  auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), last);
-  if (parsed.ec != std::errc() || parsed.ptr != digits.data() + digits.size() || last < 0)
+  long last = WholeNumber(TrimSpaces(count)).value_or(-1);
+  if (last < 0)
     throw std::invalid_argument("the field count " + Excerpt(count) + " of a record of " + std::string(*table) +
                                 " is not a number");
   RecordLine record{*table, {}};
-  for (int k = 0; k <= last; ++k) {
+  for (long k = 0; k <= last; ++k) {
     auto value = TakeItem(rest);
     if (!value)
       throw std::invalid_argument("a record of " + std::string(*table) + " ends after " + std::to_string(k) +
