@@ -36,6 +36,9 @@ std::string AllByteValues() {
   return bytes;
 }
 
+struct RealLink;
+tcp::socket ConnectTo(RealLink& client, tcp::acceptor& acceptor);
+
 struct RealLink {
   asio::io_context io;
   std::unique_ptr<link::frmClient> form;
@@ -50,16 +53,29 @@ struct RealLink {
   }
 };
 
+// The link connects as it does when it serves a request; the test's side
+// accepts without blocking, since the connection starts only as the loop runs.
+tcp::socket ConnectTo(RealLink& client, tcp::acceptor& acceptor) {
+  tcp::socket peer(acceptor.get_executor());
+  acceptor.non_blocking(true);
+  client.form->Winsock1->connect();
+  const bool connected = RunUntil(client.io, [&] {
+    boost::system::error_code ec;
+    if (!peer.is_open()) acceptor.accept(peer, ec);
+    return peer.is_open() && client.form->Winsock1->state() == link::sckConnected;
+  });
+  EXPECT_TRUE(connected);
+  peer.non_blocking(false);
+  return peer;
+}
+
 }  // namespace
 
 TEST(Loopback, TcpCarriesFramedMessagesByteForByte) {
   asio::io_context serverIo;
   tcp::acceptor acceptor(serverIo, {kLoopback, 0});
   RealLink client(0, acceptor.local_endpoint().port());
-  client.form->Winsock1->connect();
-  tcp::socket peer(serverIo);
-  acceptor.accept(peer);
-  ASSERT_TRUE(RunUntil(client.io, [&] { return client.form->Winsock1->state() == link::sckConnected; }));
+  tcp::socket peer = ConnectTo(client, acceptor);
 
   const std::string bytes = AllByteValues();
   client.form->TrasmettiStringa("");
@@ -141,10 +157,7 @@ TEST(Loopback, APeerResetIsReportedAs10054) {
   asio::io_context serverIo;
   tcp::acceptor acceptor(serverIo, {kLoopback, 0});
   RealLink client(0, acceptor.local_endpoint().port());
-  client.form->Winsock1->connect();
-  tcp::socket peer(serverIo);
-  acceptor.accept(peer);
-  ASSERT_TRUE(RunUntil(client.io, [&] { return client.form->Winsock1->state() == link::sckConnected; }));
+  tcp::socket peer = ConnectTo(client, acceptor);
   int number = 0;
   client.form->Winsock1->onError = [&](int n, const std::string&) { number = n; };
   peer.set_option(asio::socket_base::linger(true, 0));
