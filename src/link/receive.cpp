@@ -13,9 +13,9 @@ namespace camrelay::link {
 namespace {
 
 // The largest message a frame may announce, and the most text kept while a
-// frame's header is still incomplete. The unit's packets are a few KiB, so a
-// peer that goes past this is broken or hostile; its bytes are dropped rather
-// than held.
+// frame's header is still incomplete. The unit's packets are tens of KiB at
+// most, so a peer that goes past this is broken or hostile; its bytes are
+// dropped rather than held.
 constexpr std::size_t kMaxFrameBytes = 4 * 1024 * 1024;
 
 // The most packets an acceptance may announce: the download array is sized
@@ -49,7 +49,7 @@ class Incoming {
   Cut NextDatagram(std::string& message);
   Cut NextFrame(std::string& message);
   void KeepPartialMarker();
-  void Drop(const std::string& why);
+  void ReportDropped(const std::string& what);
 
   frmClient& form_;
   const bool tcp_;
@@ -87,8 +87,10 @@ Cut Incoming::NextFrame(std::string& message) {
     const auto lengthAt = marker + kFrameMarker.size();
     const auto sep = text_.find(kSep, lengthAt);
     if (sep == std::string::npos) {
-      if (text_.size() - pos_ > kMaxFrameBytes)
-        Drop(std::to_string(text_.size() - pos_) + " bytes received without a complete frame header");
+      if (text_.size() - pos_ > kMaxFrameBytes) {
+        ReportDropped(std::to_string(text_.size() - pos_) + " bytes received without a complete frame header");
+        pos_ = text_.size();
+      }
       return Cut::LeaveLoop;
     }
     // A length that is not a number reads as 0 and yields an empty message.
@@ -97,9 +99,7 @@ Cut Incoming::NextFrame(std::string& message) {
     const auto body = sep + kSep.size();
     if (length > kMaxFrameBytes) {
       // Skip the header only: the next marker in the stream starts over.
-      form_.CreateEventOnDebug("Winsock1_DataArrival: frame of " + std::to_string(length) +
-                               " bytes announced, above the limit of " + std::to_string(kMaxFrameBytes) +
-                               "; dropped");
+      ReportDropped("frame of " + std::to_string(length) + " bytes announced");
       pos_ = body;
       continue;
     }
@@ -122,10 +122,9 @@ void Incoming::KeepPartialMarker() {
   while (pos_ < text_.size() && !kFrameMarker.starts_with(std::string_view(text_).substr(pos_))) ++pos_;
 }
 
-void Incoming::Drop(const std::string& why) {
-  form_.CreateEventOnDebug("Winsock1_DataArrival: " + why + ", above the limit of " +
+void Incoming::ReportDropped(const std::string& what) {
+  form_.CreateEventOnDebug("Winsock1_DataArrival: " + what + ", above the limit of " +
                            std::to_string(kMaxFrameBytes) + "; dropped");
-  pos_ = text_.size();
 }
 
 // Splits off the text before the next separator, and the separator; all of

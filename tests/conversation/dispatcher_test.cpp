@@ -82,6 +82,18 @@ TEST(Acceptance, OfAnUnknownTypeIsTakenAsTheLoginAnswer) {
   EXPECT_EQ(f.QueueLength(), 0);
 }
 
+TEST(Acceptance, AnnouncingAnAbsurdCountIsNotBelieved) {
+  LinkFixture t(sckUDPProtocol);
+  auto& f = t.form();
+  f.AddRichiesta("02", "");
+  t.clearRecords();
+  t.unitSends("AA{}999999999999{}02");
+  EXPECT_TRUE(t.debugContains("Winsock_Cisei: 999999999999 packets announced"));
+  EXPECT_LE(f.StringaPar.size(), 1u);
+  EXPECT_TRUE(t.socket().sent.empty());
+  EXPECT_TRUE(t.timer().enabled());  // the unit is asked again when it fires
+}
+
 // A download of the programming, accepted, whose reply timer has fired: the
 // link now takes only the unit's "13".
 class AwaitingEnd : public LinkFixture {

@@ -71,13 +71,5 @@ TEST(Login, OnceTheScrambledCodeIsAcceptedARefusalIsFinal) {
   EXPECT_EQ(f.QueueLength(), 0);
 }
 
-TEST(Login, APlainCodeRefusedIsRefusedAtOnce) {
-  LinkFixture t(sckUDPProtocol);
-  t.form().AddRichiesta("AA", "");
-  t.unitSends("PW");
-  EXPECT_EQ(t.states, (std::vector<int>{cConnessioneRifiutata}));
-  EXPECT_EQ(t.messages().size(), 1u);
-}
-
 }  // namespace
 }  // namespace camrelay::test

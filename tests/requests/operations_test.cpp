@@ -161,17 +161,6 @@ TEST(DeviceOperations, AStreamImageLeavesTheQueueBeforeItIsSent) {
   EXPECT_EQ(f.Richieste[1].Tipo, "53");
 }
 
-TEST(DeviceOperations, ProgrammingUploadsCarryTheTablesAfterTheOpening) {
-  LinkFixture t(sckUDPProtocol);
-  auto& f = t.form();
-  f.UpLoadProgrammazione();
-  ASSERT_GE(f.UboundStringaPar(), 1);
-  EXPECT_EQ(t.lastMessage(), "AA{}" + std::to_string(f.UboundStringaPar()) + "{}01{}123456");
-  f.UpLoadProgCamEvents();
-  ASSERT_GE(f.UboundStringaPar(), 1);
-  EXPECT_EQ(t.lastMessage(), "AA{}" + std::to_string(f.UboundStringaPar()) + "{}55{}123456");
-}
-
 TEST(DeviceOperations, TheUpdateFileIsTakenFromThePathGiven) {
   LinkFixture t(sckUDPProtocol);
   WriteFileBytes(t.dir() / "update.bin", std::string(3073, '\x5a'));

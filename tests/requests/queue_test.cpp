@@ -103,37 +103,27 @@ TEST(ReadRichiesta, OnTcpConnectsFirstWaitsWhileConnectingAndServesOnceConnected
   EXPECT_FALSE(t.timer().enabled());
 }
 
-TEST(ReadRichiesta, LoginAndCodeChangesStartWithThreeRetriesLeft) {
-  for (const char* tipo : {"AA", "07", "14", "02", "08"}) {
-    LinkFixture t(sckUDPProtocol);
-    t.form().NewStringaPassWord = "654321";
-    t.form().AddRichiesta(tipo, "1");
-    const bool few = std::string(tipo) == "AA" || std::string(tipo) == "07" || std::string(tipo) == "14";
-    EXPECT_EQ(t.form().TentativiTimeOut, few ? 15 - 3 : 1) << tipo;
-  }
-}
-
 // Which operation a request type reaches shows in the code its opening packet
-// carries.
+// carries. Login and code changes start with only three retries left.
 TEST(ReadRichiesta, EachTypeReachesItsOperation) {
   const struct {
-    const char* tipo;
-    const char* parametro;
-    const char* opening;
+    const char *tipo, *parametro, *opening;
+    int retriesUsed;
   } rows[] = {
-      {"AA", "", "AA{}0{}00{}123456"},          {"02", "", "AA{}0{}02{}123456"},
-      {"04", "", "AA{}0{}04{}123456"},          {"04", "03", "AA{}0{}03{}123456"},
-      {"11", "", "AA{}0{}11{}123456"},          {"52", "x", "AA{}2{}52{}123456"},
-      {"53", "", "AA{}0{}53{}123456"},          {"54", "", "AA{}0{}54{}123456"},
-      {"56", "a.jpg", "AA{}0{}56{}123456{}a.jpg"}, {"50", "x", "AA{}2{}50{}123456"},
-      {"57", "2", "AA{}0{}57{}123456{}2\r\n"},  {"06", "", "AA{}0{}06{}123456"},
-      {"07", "", "AA{}2{}07{}123456"},          {"14", "", "AA{}2{}14{}123456"},
+      {"AA", "", "AA{}0{}00{}123456", 12},         {"02", "", "AA{}0{}02{}123456", 1},
+      {"04", "", "AA{}0{}04{}123456", 1},          {"04", "03", "AA{}0{}03{}123456", 1},
+      {"11", "", "AA{}0{}11{}123456", 1},          {"52", "x", "AA{}2{}52{}123456", 1},
+      {"53", "", "AA{}0{}53{}123456", 1},          {"54", "", "AA{}0{}54{}123456", 1},
+      {"56", "a.jpg", "AA{}0{}56{}123456{}a.jpg", 1}, {"50", "x", "AA{}2{}50{}123456", 1},
+      {"57", "2", "AA{}0{}57{}123456{}2\r\n", 1},  {"06", "", "AA{}0{}06{}123456", 1},
+      {"07", "", "AA{}2{}07{}123456", 12},         {"14", "", "AA{}2{}14{}123456", 12},
   };
   for (const auto& row : rows) {
     LinkFixture t(sckUDPProtocol);
     t.form().NewStringaPassWord = "654321";
     t.form().AddRichiesta(row.tipo, row.parametro);
     EXPECT_EQ(t.lastMessage(), row.opening) << row.tipo;
+    EXPECT_EQ(t.form().TentativiTimeOut, row.retriesUsed) << row.tipo;
   }
 }
 
