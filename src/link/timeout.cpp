@@ -51,8 +51,9 @@ bool UploadWaitsBriefly(int stato) {
   }
 }
 
-// Exchanges whose upload is followed by an answer of the unit: their end is
-// reported by that answer, not by the last acknowledgement.
+// The preview, the command strings and the stream image are not reported as
+// a finished upload: what matters to the host is the unit's answer, or the
+// string itself.
 bool EndsWithAnswer(int stato) {
   switch (stato) {
     case cTrasmettiPreviewEnable: case cRichiestaPreView: case cRicezionePreViewOK: case cTrasmettiStringa:
