@@ -1,0 +1,394 @@
+#include "actions.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <vector>
+
+#include "link/frmClient.h"
+#include "store/download.h"
+#include "store/sqlite_util.h"
+
+namespace camrelay::cli {
+namespace fs = std::filesystem;
+
+namespace {
+
+// ---- Progress of the transfer in hand, read from the link itself. ----------
+
+enum class Bar { None, Upload, Download, Media };
+
+std::optional<double> UploadFraction(clsClient& client) {
+  const link::frmClient* form = client.Form();
+  if (!form || form->StringaPar.size() < 2) return std::nullopt;
+  return std::min(1.0, double(form->StringaInviata) / double(form->StringaPar.size()));
+}
+
+// Downloads place each packet at its own index, in any order: the share of
+// slots filled is the share received. A single packet needs no bar.
+std::optional<double> DownloadFraction(clsClient& client) {
+  const link::frmClient* form = client.Form();
+  if (!form || form->StringaPar.size() < 3) return std::nullopt;
+  const auto filled = std::count_if(form->StringaPar.begin() + 1, form->StringaPar.end(),
+                                    [](const std::string& packet) { return !packet.empty(); });
+  return double(filled) / double(form->StringaPar.size() - 1);
+}
+
+std::optional<double> FractionOf(Bar bar, clsClient& client) {
+  switch (bar) {
+    case Bar::Upload:
+      return UploadFraction(client);
+    case Bar::Download:
+      return DownloadFraction(client);
+    case Bar::Media:
+      return client.ProgressoMultimedia() / 100.0;
+    case Bar::None:
+      break;
+  }
+  return std::nullopt;
+}
+
+// ---- Files and records that arrive. -----------------------------------------
+
+// The store reports bad records through the link's debug channel; here each
+// report is counted, and shown with -v.
+class CountingSink : public DebugSink {
+ public:
+  explicit CountingSink(Console& console) : console_(console) {}
+  void CreateEventOnDebug(const std::string& Message) override {
+    ++reports;
+    console_.Debug(Message);
+  }
+  int reports = 0;
+
+ private:
+  Console& console_;
+};
+
+std::vector<std::string> ReceivedPackets(clsClient& client) {
+  std::vector<std::string> dati(static_cast<std::size_t>(client.UboundStringaPar()) + 1);
+  for (std::size_t i = 1; i < dati.size(); ++i) dati[i] = client.GetStringaPar(static_cast<int>(i));
+  return dati;
+}
+
+std::string Relative(const fs::path& file, const fs::path& dir) { return file.lexically_relative(dir).string(); }
+
+// "<prefix><NNNN>.jpg" numbered after the highest such file already in the
+// folder, so that earlier images are never overwritten.
+fs::path NextNumberedFile(const fs::path& folder, const std::string& prefix) {
+  int last = 0;
+  std::error_code ec;
+  for (const auto& entry : fs::directory_iterator(folder, ec)) {
+    const std::string name = entry.path().filename().string();
+    if (!name.starts_with(prefix) || !name.ends_with(".jpg")) continue;
+    const std::string digits = name.substr(prefix.size(), name.size() - prefix.size() - 4);
+    if (!digits.empty() && std::all_of(digits.begin(), digits.end(), ::isdigit))
+      last = std::max(last, std::stoi(digits));
+  }
+  char number[16];
+  std::snprintf(number, sizeof number, "%04d", last + 1);
+  return folder / (prefix + number + ".jpg");
+}
+
+// Saves the image the link holds; returns the file, or throws.
+fs::path SaveImage(Context& ctx, const std::string& prefix) {
+  const fs::path folder = ctx.dir / "Snapshot";
+  fs::create_directories(folder);
+  const fs::path file = NextNumberedFile(folder, prefix);
+  const std::string image = ctx.client.ImagePreview();
+  std::ofstream out(file, std::ios::binary);
+  out.write(image.data(), static_cast<std::streamsize>(image.size()));
+  if (!out.flush()) throw std::runtime_error("cannot write " + file.string());
+  return file;
+}
+
+// ---- The commands. ------------------------------------------------------------
+
+using Starter = void (*)(clsClient&, const Command&);
+
+// A command that is one request and nothing more.
+class SimpleAction : public Action {
+ public:
+  SimpleAction(const Command& command, Starter start, StatoConnessioneEnum completion, Bar bar)
+      : Action(command), start_(start), completion_(completion), bar_(bar) {}
+  void Start(Context& ctx) override { start_(ctx.client, command()); }
+  std::optional<double> Progress(Context& ctx) const override { return FractionOf(bar_, ctx.client); }
+
+ protected:
+  StatoConnessioneEnum Completion() const override { return completion_; }
+
+ private:
+  Starter start_;
+  StatoConnessioneEnum completion_;
+  Bar bar_;
+};
+
+// A download whose record lines the reception leaves in the packet array:
+// they are stored here, all or nothing, so that a bad record never leaves a
+// half-stored download behind (the unit still has it; run again).
+class RecordsAction : public SimpleAction {
+ public:
+  RecordsAction(const Command& command, Starter start, StatoConnessioneEnum completion, std::string table,
+                bool replace)
+      : SimpleAction(command, start, completion, Bar::Download), table_(std::move(table)), replace_(replace) {}
+
+  void OnState(Context& ctx, StatoConnessioneEnum stato) override {
+    Action::OnState(ctx, stato);
+    // Stored once, even if the unit's last packet were to complete it twice.
+    if (stato == Completion() && !stored_) {
+      stored_ = true;
+      storeError_ = Store(ctx);
+    }
+  }
+
+  std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
+    if (storeError_) return storeError_;
+    auto failure = Action::Finish(ctx, error);
+    if (!failure) ctx.console.Note(command().name + ": " + std::to_string(records_) + " records " +
+                                   (replace_ ? "stored in " : "added to ") + table_);
+    return failure;
+  }
+
+ private:
+  std::optional<std::string> Store(Context& ctx) {
+    const std::vector<std::string> dati = ReceivedPackets(ctx.client);
+    CountingSink sink(ctx.console);
+    try {
+      store::DataVideo& db = ctx.client.Database();
+      db.EnsureOpen(&sink, "camrelay");
+      store::Transaction transaction(db.Handle());
+      if (replace_) {
+        // A camera-event programming is whole: the one received replaces
+        // the one held, holidays included.
+        db.Execute("Del_ProgCamEvents");
+        store::Exec(db.Handle(), "DELETE FROM Festivita");
+      }
+      records_ = store::AppendRecordLines(dati, db, &sink);
+      if (sink.reports > 0)
+        return std::to_string(sink.reports) + " problem(s) storing what the unit sent; nothing was stored "
+               "(run with -v for details)";
+      transaction.Commit();
+    } catch (const std::exception& e) {
+      return std::string("cannot store what the unit sent: ") + e.what();
+    }
+    return std::nullopt;
+  }
+
+  std::string table_;
+  bool replace_;
+  bool stored_ = false;
+  int records_ = 0;
+  std::optional<std::string> storeError_;
+};
+
+// A snapshot or clip. The library appends to the file it writes into, so a
+// file already there is set aside first and given back if the download
+// fails; a failed download leaves no partial file.
+class MediaAction : public SimpleAction {
+ public:
+  explicit MediaAction(const Command& command)
+      : SimpleAction(
+            command, [](clsClient& c, const Command& cmd) { c.DownloadMultimediaFile(cmd.argument); },
+            cRicezioneMultimediaOK, Bar::Media) {}
+
+  void Start(Context& ctx) override {
+    // The same rule as the reception's: exactly ".jpg" is a snapshot.
+    const bool snapshot = command().argument.ends_with(".jpg");
+    target_ = ctx.dir / (snapshot ? "Snapshot" : "VideoAvi") / command().argument;
+    backup_ = target_;
+    backup_ += ".camrelay-previous";
+    std::error_code ec;
+    fs::remove(backup_, ec);
+    if (fs::exists(target_, ec)) fs::rename(target_, backup_, ec);
+    SimpleAction::Start(ctx);
+  }
+
+  std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
+    auto failure = Action::Finish(ctx, error);
+    std::error_code ec;
+    if (!failure && !fs::exists(target_, ec)) failure = "the unit sent no data for " + command().argument;
+    if (failure) {
+      fs::remove(target_, ec);
+      if (fs::exists(backup_, ec)) fs::rename(backup_, target_, ec);
+      return failure;
+    }
+    fs::remove(backup_, ec);
+    ctx.console.Note(command().name + ": " + Relative(target_, ctx.dir) + " (" +
+                     std::to_string(fs::file_size(target_, ec)) + " bytes)");
+    return std::nullopt;
+  }
+
+ private:
+  fs::path target_;
+  fs::path backup_;
+};
+
+class AnswerAction : public SimpleAction {
+ public:
+  explicit AnswerAction(const Command& command)
+      : SimpleAction(
+            command, [](clsClient& c, const Command& cmd) { c.DownLoadStrCommand(cmd.argument); },
+            cRicezioneStringaOK, Bar::None) {}
+
+  void OnState(Context& ctx, StatoConnessioneEnum stato) override {
+    if (stato == Completion() && !completed()) ctx.console.Answer(ctx.client.StringaRicevuta());
+    Action::OnState(ctx, stato);
+  }
+
+  std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
+    if (!error && !completed()) return "no answer from the unit";
+    return Action::Finish(ctx, error);
+  }
+};
+
+class StreamImageAction : public SimpleAction {
+ public:
+  explicit StreamImageAction(const Command& command)
+      : SimpleAction(
+            command, [](clsClient& c, const Command& cmd) { c.DownLoadStreamImage(cmd.argument); },
+            cRicezioneStreamImageOK, Bar::None) {}
+
+  void OnState(Context& ctx, StatoConnessioneEnum stato) override {
+    if (stato == Completion() && !completed()) {
+      try {
+        const fs::path file = SaveImage(ctx, "stream-cam" + std::to_string(command().cameras) + "-");
+        ctx.console.Note(command().name + ": " + Relative(file, ctx.dir));
+      } catch (const std::exception& e) {
+        saveError_ = e.what();
+      }
+    }
+    Action::OnState(ctx, stato);
+  }
+
+  std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
+    return saveError_ ? saveError_ : Action::Finish(ctx, error);
+  }
+
+ private:
+  std::optional<std::string> saveError_;
+};
+
+// The preview cycles by itself, camera after camera; after the images asked
+// for it is stopped. The stop is queued from inside the image's own event,
+// while the link still holds that request: it then follows at once, before
+// the cycle can queue another camera.
+class PreviewAction : public Action {
+ public:
+  using Action::Action;
+
+  void Start(Context& ctx) override { ctx.client.VideoCicle(command().cameras); }
+
+  void OnState(Context& ctx, StatoConnessioneEnum stato) override {
+    if (stato != cRicezionePreViewOK || saved_ >= command().images) return;
+    try {
+      const int camera = ctx.client.CameraPreview();
+      SaveImage(ctx, "preview-cam" + std::to_string(camera) + "-");
+      ++saved_;
+    } catch (const std::exception& e) {
+      saveError_ = e.what();
+    }
+    if (saved_ >= command().images || saveError_) ctx.client.FermaPreview();
+  }
+
+  // A lost image is given up and the cycle moves on to the next camera: only
+  // images that never arrived at all make the preview fail.
+  std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
+    if (saveError_) return saveError_;
+    if (saved_ < command().images)
+      return error.value_or("only " + std::to_string(saved_) + " of " + std::to_string(command().images) +
+                            " images arrived");
+    ctx.console.Note(command().name + ": " + std::to_string(saved_) + " images saved in Snapshot/");
+    return std::nullopt;
+  }
+
+ protected:
+  StatoConnessioneEnum Completion() const override { return cRicezionePreViewOK; }
+
+ private:
+  int saved_ = 0;
+  std::optional<std::string> saveError_;
+};
+
+std::unique_ptr<Action> Simple(const Command& c, Starter start, StatoConnessioneEnum completion,
+                               Bar bar = Bar::None) {
+  return std::make_unique<SimpleAction>(c, start, completion, bar);
+}
+
+}  // namespace
+
+void Action::OnState(Context&, StatoConnessioneEnum stato) {
+  if (stato == Completion() && Completion() != cNoOperation) completed_ = true;
+}
+
+std::optional<std::string> Action::Finish(Context&, const std::optional<std::string>& error) {
+  if (error) return error;
+  if (Completion() != cNoOperation && !completed_) return "the unit ended the exchange before it completed";
+  return std::nullopt;
+}
+
+std::optional<double> Action::Progress(Context&) const { return std::nullopt; }
+
+std::unique_ptr<Action> MakeAction(const Command& c) {
+  switch (c.op) {
+    case Op::Login:
+      return Simple(c, [](clsClient& cl, const Command&) { cl.RichiestaDiConnessione(); }, cConnessioneOK);
+    case Op::DownloadProg:
+      return Simple(c, [](clsClient& cl, const Command&) { cl.DownLoadProgrammazione(); }, cRicezioneProgOK,
+                    Bar::Download);
+    case Op::UploadProg:
+      return Simple(c, [](clsClient& cl, const Command&) { cl.UpLoadProgrammazione(); }, cTrasmissioneOK,
+                    Bar::Upload);
+    case Op::DownloadLog:
+      return std::make_unique<RecordsAction>(
+          c, [](clsClient& cl, const Command&) { cl.ScaricaLog(); }, cRicezioneLogOK, "Registro_eventi", false);
+    case Op::EraseLog:
+      // The erase is acknowledged with an empty transfer that raises no
+      // completion state of its own.
+      return Simple(c, [](clsClient& cl, const Command&) { cl.CancellaLog(); }, cNoOperation);
+    case Op::DownloadCamEvents:
+      return std::make_unique<RecordsAction>(
+          c, [](clsClient& cl, const Command&) { cl.DownloadCamEvents(); }, cRicezioneCamEventsOK, "CamEvents",
+          false);
+    case Op::DownloadProgCamEvents:
+      return std::make_unique<RecordsAction>(
+          c, [](clsClient& cl, const Command&) { cl.DownloadProgCamEvents(); }, cRicezioneProgCamEventsOK,
+          "ProgCamEvents and Festivita", true);
+    case Op::UploadProgCamEvents:
+      return Simple(c, [](clsClient& cl, const Command&) { cl.UpLoadProgCamEvents(); }, cTrasmissioneOK,
+                    Bar::Upload);
+    case Op::DownloadWave:
+      return Simple(c, [](clsClient& cl, const Command&) { cl.DownLoadMessaggiWave(); }, cRicezioneWaveOK,
+                    Bar::Download);
+    case Op::UploadWave:
+      return Simple(c, [](clsClient& cl, const Command&) { cl.UpLoadMessaggiWave(""); }, cTrasmissioneOK,
+                    Bar::Upload);
+    case Op::UploadFirmware:
+      return Simple(c, [](clsClient& cl, const Command& cmd) { cl.UpLoadAggiornamento(cmd.argument); },
+                    cTrasmissioneOK, Bar::Upload);
+    case Op::DownloadMedia:
+      return std::make_unique<MediaAction>(c);
+    case Op::SendCommand:
+      // A command string's upload ends without a completion state.
+      return Simple(c, [](clsClient& cl, const Command& cmd) { cl.UploadStrCommand(cmd.argument); },
+                    cNoOperation);
+    case Op::RequestCommand:
+      return std::make_unique<AnswerAction>(c);
+    case Op::StreamImage:
+      return std::make_unique<StreamImageAction>(c);
+    case Op::SetInstallerCode:
+      return Simple(c, [](clsClient& cl, const Command& cmd) {
+        cl.p_NewStringaPassWord(cmd.argument);
+        cl.UploadCodInstallatore();
+      }, cTrasmissioneOK);
+    case Op::SetUserCode:
+      return Simple(c, [](clsClient& cl, const Command& cmd) {
+        cl.p_NewStringaPassWord(cmd.argument);
+        cl.UploadCodUtente();
+      }, cTrasmissioneOK);
+    case Op::Preview:
+      return std::make_unique<PreviewAction>(c);
+  }
+  return nullptr;
+}
+
+}  // namespace camrelay::cli

@@ -1,0 +1,56 @@
+// One command of the command line while it runs: the request it queues, what
+// it does with what arrives, and how it judges the outcome once the link is
+// idle again.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "camrelay/clsClient.h"
+#include "cli.h"
+#include "console.h"
+
+namespace camrelay::cli {
+
+struct Context {
+  clsClient& client;
+  Console& console;
+  std::filesystem::path dir;  // the working folder
+};
+
+class Action {
+ public:
+  explicit Action(Command command) : command_(std::move(command)) {}
+  virtual ~Action() = default;
+  Action(const Action&) = delete;
+  Action& operator=(const Action&) = delete;
+
+  const Command& command() const { return command_; }
+
+  // Queues the command's request.
+  virtual void Start(Context& ctx) = 0;
+  // A state change raised while this command is the one running.
+  virtual void OnState(Context& ctx, StatoConnessioneEnum stato);
+  // The link is idle again and the command is over. `error` is what the
+  // link reported (a refusal, a give-up); the result is the failure to tell
+  // the user, or nullopt when the command succeeded.
+  virtual std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error);
+  // How far the transfer is, 0..1, for the progress bar; nullopt for none.
+  virtual std::optional<double> Progress(Context& ctx) const;
+
+ protected:
+  // The state that says the command's exchange completed; cNoOperation when
+  // the exchange ends without one.
+  virtual StatoConnessioneEnum Completion() const = 0;
+  bool completed() const { return completed_; }
+
+ private:
+  Command command_;
+  bool completed_ = false;
+};
+
+std::unique_ptr<Action> MakeAction(const Command& command);
+
+}  // namespace camrelay::cli
