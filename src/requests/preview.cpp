@@ -105,16 +105,18 @@ void frmClient::AttivaPreview(const std::string& arg) {
 
 void frmClient::AcquisisciNextPreview() {
   Guarded(*this, "AcquisisciNextPreview", [&] {
-    // Bit 31 names no camera: a mask without any of bits 0..30 has nothing to
-    // show and would otherwise be searched for ever.
-    if ((VideoCiclePreview & 0x7FFFFFFF) == 0) return;
+    // The search starts at the camera after the current one and wraps from
+    // 31 to 1. One round at most: a mask with none of bits 0..30 set (bit 31
+    // names no camera) has nothing to show and must not hold the link.
     int k = NCamPreviewDownloaded - 1;
-    do {
+    for (int step = 0; step < kCameras; ++step) {
       k = k >= 0 ? k + 1 : 0;
       if (k >= kCameras) k = 0;
-    } while ((VideoCiclePreview & (1 << k)) == 0);
-    NCamPreviewDownloaded = k + 1;
-    AddRichiesta("08", std::to_string(NCamPreviewDownloaded));
+      if ((VideoCiclePreview & (1 << k)) == 0) continue;
+      NCamPreviewDownloaded = k + 1;
+      AddRichiesta("08", std::to_string(NCamPreviewDownloaded));
+      return;
+    }
   });
 }
 

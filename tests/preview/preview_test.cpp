@@ -230,3 +230,20 @@ TEST_F(Preview, AStreamImageLeavesTheQueueAndTheCycleAlone) {
   EXPECT_EQ(form.Richieste, (std::vector<link::Richiesta>{{}, {"03", "03"}})) << "the waiting request is served";
   EXPECT_TRUE(unit.asked().empty());
 }
+
+TEST_F(Preview, AnImageTheUnitStopsSendingIsGivenUpSilentlyAndTheCycleGoesOn) {
+  form.VideoCiclePreview = 5;
+  form.AddRichiesta("08", "1");
+  f.unitSends("AA{}2{}08");
+  f.unitSends("OK");
+  const std::string image = TwoPieceImage('g');
+  const std::string size = std::to_string(image.size());
+  f.unitSends("AA{}2{}09{}" + size);
+  f.unitSends("{}1{}" + size + "{}" + image.substr(0, kPiece));
+  // The second piece never comes: the timer probes until it gives up.
+  for (int fired = 0; fired < 40 && form.NCamPreviewDownloaded == 1; ++fired) f.timer().fire();
+  EXPECT_EQ(form.Richieste, (std::vector<link::Richiesta>{{}, {"08", "3"}}));
+  EXPECT_EQ(form.TentativiTimeOut, 1) << "the next camera starts with every attempt";
+  EXPECT_EQ(raised(cErroreConnessione), 0);
+  EXPECT_EQ(f.socket().sent.back(), "AA{}2{}08{}123456");
+}
