@@ -34,12 +34,12 @@ void AddWaveNames(std::vector<std::string>& names, DataVideo& db, std::string_vi
   }
 }
 
-// The file being received: its bytes start with one that no chunk fills,
-// which stays at the end of the file written.
 std::optional<long> Number(std::optional<std::string_view> item) {
   return item ? WholeNumber(*item) : std::nullopt;
 }
 
+// The file being received: its bytes start with one that no chunk fills,
+// which stays at the end of the file written.
 struct IncomingFile {
   long number = 0;
   long chunks = 0;
