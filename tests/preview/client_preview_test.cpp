@@ -48,15 +48,3 @@ TEST_F(ClientPreview, WritingZeroToVideoCicleStopsTheCycle) {
   EXPECT_EQ(client.RichiesteInCoda(), 0);
   EXPECT_EQ(client.StatoCorrente(), cNoOperation);
 }
-
-TEST_F(ClientPreview, ARecordedFileOpensPausedAndEndsTheCycle) {
-  client.VideoCicle(5);
-  unit().answers(TwoPieceImage('1'));
-  client.AttivaPreview("rec1.avi");  // forced in behind camera 3
-  EXPECT_EQ(client.VideoCicle(), 0);
-  unit().answers(TwoPieceImage('3'));
-  unit().answers(TwoPieceImage('f'));
-  EXPECT_EQ(unit().asked(), (Texts{"1", "3", "rec1.avi"}));
-  EXPECT_EQ(client.Form()->ComandoPlayback, "PAUSE:");
-  EXPECT_EQ(client.RichiesteInCoda(), 0);
-}

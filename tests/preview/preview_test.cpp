@@ -34,7 +34,10 @@ struct Preview : ::testing::Test {
 }  // namespace
 
 TEST_F(Preview, TheRequestTakesTheFormOfItsTransportWithoutAStateEvent) {
+  form.NomeFileMultimedia = "rec1.avi";
+  form.ComandoPlayback = "PAUSE:";
   form.AttivaPreview("07x");
+  EXPECT_EQ(form.NomeFileMultimedia + form.ComandoPlayback, "") << "a camera ends the playback";
   EXPECT_EQ(form.StringaPar, (Texts{"AA{}2{}08{}123456", "{}7\r\n", "{}"}));
   EXPECT_EQ(f.messages(), Texts{"AA{}2{}08{}123456"});
   EXPECT_EQ(form.NCamPreviewDownloaded, 7);
@@ -50,23 +53,6 @@ TEST_F(Preview, TheRequestTakesTheFormOfItsTransportWithoutAStateEvent) {
   EXPECT_EQ(tcp.messages(), Texts{"AA{}0{}08{}123456{}rec1.avi\r\n"});
   EXPECT_EQ(tcp.form().StringaPar.size(), 1u);
   EXPECT_TRUE(tcp.states.empty());
-}
-
-TEST_F(Preview, WhatIsAskedForSetsThePlaybackRecord) {
-  form.AttivaPreview("rec1.avi");
-  EXPECT_EQ(form.NomeFileMultimedia, "rec1.avi");
-  EXPECT_EQ(form.ComandoPlayback, "PAUSE:") << "a recorded file opens paused";
-  EXPECT_EQ(form.NCamPreviewDownloaded, 0);
-
-  form.AttivaPreview("CurrentTimeFileVideo:12.5");
-  EXPECT_EQ(form.StringaPar[1], "{}CurrentTimeFileVideo:12.5\r\n");
-  EXPECT_EQ(form.ComandoPlayback, "CurrentTimeFileVideo:12.5");
-  EXPECT_EQ(form.NomeFileMultimedia, "rec1.avi") << "a command acts on the open file";
-
-  form.AttivaPreview("2");
-  EXPECT_EQ(form.NomeFileMultimedia, "");
-  EXPECT_EQ(form.ComandoPlayback, "");
-  EXPECT_EQ(form.NCamPreviewDownloaded, 2);
 }
 
 TEST_F(Preview, CycleOnCamerasOneAndThreeWrapsAround) {

@@ -12,33 +12,11 @@ using camrelay::test::Packet;
 
 namespace {
 
-constexpr int kTCP = 0;
 constexpr int kUDP = 1;
 
 using Texts = std::vector<std::string>;
 
 }  // namespace
-
-TEST(Download, UdpLogArrivingOutOfOrderCompletesOnItsLastIndex) {
-  LinkFixture f(kUDP);
-  auto& form = f.form();
-  Accepted(form, "04", 3, "04");
-  const Texts body = {"", "{}Registro_eventi{}1{}a{}202{}\r\n", "{}Registro_eventi{}1{}b{}202{}\r\n",
-                      "{}Registro_eventi{}1{}c{}202{}\r\n"};
-
-  form.WinSock_Download(Packet(2, body[2]));
-  form.WinSock_Download(Packet(1, body[1]));
-  EXPECT_TRUE(f.states.empty());
-  EXPECT_EQ(form.Stato, cRichiestaLog);
-
-  form.WinSock_Download(Packet(3, body[3]));
-  EXPECT_EQ(form.StringaPar, body);
-  EXPECT_EQ(f.states, std::vector<int>{cRicezioneLogOK});
-  EXPECT_EQ(form.Stato, cNoOperation);
-  EXPECT_EQ(form.QueueLength(), 0);
-  EXPECT_EQ(f.messages(), (Texts{"OK", "OK", "OK"}));
-  EXPECT_FALSE(f.timer().enabled()) << "a finished transfer waits for nothing";
-}
 
 TEST(Download, MalformedPacketsAreDroppedButStillAcknowledged) {
   LinkFixture f(kUDP);
@@ -99,23 +77,6 @@ TEST(Download, ARepeatedLastPacketDoesNotEndTheTransferTwice) {
   EXPECT_EQ(f.states.size(), raised);
 }
 
-TEST(Download, TcpWaitsForTheUnitsEndAndTheEndNamesTheType) {
-  LinkFixture f(kTCP);
-  f.socket().state_ = link::sckConnected;
-  auto& form = f.form();
-  Accepted(form, "04", 2, "04");
-  form.WinSock_Download(Packet(1, "a"));
-  form.WinSock_Download(Packet(2, "b"));
-  EXPECT_TRUE(f.states.empty()) << "on TCP the last index does not end the transfer";
-  EXPECT_EQ(form.QueueLength(), 1);
-
-  form.Winsock_ResendAll("12{}04{}whatever follows is not read");
-  EXPECT_EQ(f.states, std::vector<int>{cRicezioneLogOK});
-  EXPECT_EQ(form.StringaPar, (Texts{"", "a", "b"})) << "the log stays for the host to read";
-  EXPECT_EQ(form.Stato, cNoOperation);
-  EXPECT_EQ(form.QueueLength(), 0);
-}
-
 TEST(Download, CommandStringIsJoinedWhenItsCountIsReached) {
   // UDP: the acceptance is element 0 and counts the closing "{}" element.
   LinkFixture f(kUDP);
@@ -136,19 +97,4 @@ TEST(Download, CommandStringIsJoinedWhenItsCountIsReached) {
   form.WinSock_Download("{}late\r\n");
   EXPECT_TRUE(f.states.empty()) << "a packet beyond the count has no slot";
   EXPECT_EQ(form.StringaRicevuta, "STATO:ARMATO");
-}
-
-TEST(Download, TcpCommandStringEndsWithTheUnitsEnd) {
-  LinkFixture f(kTCP);
-  f.socket().state_ = link::sckConnected;
-  auto& form = f.form();
-  Accepted(form, "51", 2, "52");
-  form.StringaPar[0] = "AA{}2{}51";
-  form.nPacchetti = 1;
-  form.WinSock_Download("{}uno\r\n");
-  form.WinSock_Download("{}due\r\n");
-  EXPECT_TRUE(f.states.empty());
-  form.Winsock_ResendAll("12{}51");
-  EXPECT_EQ(form.StringaRicevuta, "unodue");
-  EXPECT_EQ(f.states, std::vector<int>{cRicezioneStringaOK});
 }

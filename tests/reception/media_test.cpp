@@ -81,13 +81,6 @@ TEST_F(Media, ARepeatedDownloadAppends) {
   EXPECT_EQ(ReadFileBytes(in("VideoAvi", "rec.avi")), "first-halfagain");
 }
 
-TEST_F(Media, ASinglePacketDownloadCarriesNoData) {
-  download("empty.jpg", {});
-  EXPECT_FALSE(std::filesystem::exists(in("Snapshot", "empty.jpg")));
-  EXPECT_EQ(form.ProgressoMultimedia, 0);
-  EXPECT_EQ(f.states, std::vector<int>{cRicezioneMultimediaOK});
-}
-
 TEST_F(Media, ANameThatLeavesItsFolderWritesNothing) {
   const std::string absolute = (f.dir() / "abs.avi").string();
   for (const std::string& name : {std::string("../escape.jpg"), absolute, std::string("sub/dir.avi")}) {
@@ -102,15 +95,4 @@ TEST_F(Media, ANameThatLeavesItsFolderWritesNothing) {
   EXPECT_FALSE(std::filesystem::exists(f.dir().path().parent_path() / "escape.jpg"));
   EXPECT_FALSE(std::filesystem::exists(absolute));
   EXPECT_FALSE(std::filesystem::exists(in("VideoAvi", "sub")));
-}
-
-TEST_F(Media, PacketsOutsideAMultimediaDownloadAreIgnored) {
-  accept("a.jpg", 3);
-  form.nPacchetti = 0;  // the unit announced nothing
-  form.WinSock_DownloadMedia("{}data");
-  form.sTipoArrivo = "04";
-  form.nPacchetti = 1;
-  form.WinSock_DownloadMedia("{}data");
-  EXPECT_TRUE(f.messages().empty());
-  EXPECT_FALSE(std::filesystem::exists(in("Snapshot", "a.jpg")));
 }
