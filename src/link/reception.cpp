@@ -47,9 +47,7 @@ void CompleteTransfer(frmClient& form, const std::string& tipo) {
   if (tipo == "02") {
     store::SaveVideoSentrovaDB(form.StringaPar, form.Database(), &form);
   } else if (tipo == "06") {
-    const fs::path audio = fs::path(form.BaseDir()) / "Audio";
-    fs::create_directories(audio);
-    store::SaveMessaggiWave(form.StringaPar, audio, &form);
+    store::SaveMessaggiWave(form.StringaPar, fs::path(form.BaseDir()) / "Audio", &form);
   } else if (tipo == "51") {
     form.StringaRicevuta =
         CreaStringaComando(form.StringaPar, form.IsTCP() ? sckTCPProtocol : sckUDPProtocol, &form);
