@@ -1,0 +1,51 @@
+// The unit must read back every code the component scrambles, in all four
+// layouts, and accept a code scrambled or as typed.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "../../tools/camrelay-unit/unscramble.h"
+#include "requests/crypt.h"
+
+namespace camrelay::unit {
+namespace {
+
+TEST(Unscramble, ReadsBackWhatTheComponentScrambledInEveryLayout) {
+  const std::string codes[] = {"123456", "12", "", "1234567890", std::string("\xff\x80{\x01}z", 6),
+                               std::string(6, '\0')};
+  std::set<int> layouts;
+  for (int round = 0; round < 100; ++round) {
+    for (const auto& code : codes) {
+      const std::string scrambled = requests::CryptData(code);
+      ASSERT_EQ(scrambled.size(), kScrambledLength);
+      layouts.insert(static_cast<unsigned char>(scrambled[0]) & 3);
+      ASSERT_EQ(Unscramble(scrambled), Normalized(code)) << "code " << code << " round " << round;
+    }
+  }
+  EXPECT_EQ(layouts.size(), 4u) << "every layout should have been exercised";
+}
+
+TEST(Unscramble, RefusesTextOfAnotherLength) {
+  EXPECT_EQ(Unscramble("123456"), "");
+  EXPECT_EQ(Unscramble(std::string(26, 'x')), "");
+}
+
+TEST(CheckCode, TellsTheInstallerFromTheUserScrambledOrPlain) {
+  EXPECT_EQ(CheckCode(requests::CryptData("123456"), "123456", "654321"), CodeKind::Installer);
+  EXPECT_EQ(CheckCode(requests::CryptData("654321"), "123456", "654321"), CodeKind::User);
+  EXPECT_EQ(CheckCode("654321", "123456", "654321"), CodeKind::User);
+  EXPECT_EQ(CheckCode(requests::CryptData("999999"), "123456", "654321"), CodeKind::None);
+  EXPECT_EQ(CheckCode("999999", "123456", "654321"), CodeKind::None);
+}
+
+TEST(CheckCode, ComparesTheFirstSixCharactersPaddedWithNul) {
+  EXPECT_EQ(CheckCode("1234569", "123456", "654321"), CodeKind::Installer);
+  EXPECT_EQ(CheckCode(requests::CryptData("12"), "12", "654321"), CodeKind::Installer);
+  EXPECT_EQ(CheckCode("12", "12", "654321"), CodeKind::Installer);
+  EXPECT_EQ(CheckCode("12", "123456", "654321"), CodeKind::None);
+  EXPECT_EQ(CheckCode("", "123456", "654321"), CodeKind::None);
+}
+
+}  // namespace
+}  // namespace camrelay::unit

@@ -1,0 +1,215 @@
+// camrelay-unit: a simulated video alarm communicator on loopback, for the
+// end-to-end tests, the demo, and anyone writing a host without hardware.
+#include <csignal>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/address.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include "demo_content.h"
+#include "faults.h"
+#include "folder_content.h"
+#include "log.h"
+#include "server_tcp.h"
+#include "server_udp.h"
+#include "unit_context.h"
+
+namespace {
+
+using namespace camrelay::unit;
+namespace asio = boost::asio;
+namespace fs = std::filesystem;
+
+struct Options {
+  std::string dir = "./unit-data";
+  bool tcp = false;
+  bool udp = false;
+  int port = 19201;
+  std::string host = "127.0.0.1";
+  bool allowAny = false;
+  Codes codes{"123456", "654321"};
+  FaultSettings faults;
+  bool empty = false;
+  double exitAfter = 0;
+  bool quiet = false;
+  bool verbose = false;
+};
+
+constexpr const char* kDescription =
+    "Plays a video alarm communicator (the unit) on TCP or UDP for the CamRelay component: it checks the "
+    "access code (scrambled or plain), serves its programming, log, camera events, voice messages, snapshots, "
+    "clips and camera images, and keeps what it is sent.";
+
+constexpr const char* kFooter = R"(
+Content (--dir): VideoSentrova.db with the standard tables; Audio/ voice
+messages named by Ingressi.FoniaFileWav and Alimentazione.FoniaFileWav;
+Snapshot/ and VideoAvi/ files served by name (either folder); Preview/camN.jpg
+the image of camera N; Firmware/ updates received; last-command.txt the last
+command string received. A folder without a database gets demo content: a full
+programming, 3000 log events, camera events, two voice messages, camera
+images, snapshots and one MJPEG clip, always the same.
+
+Uploads are stored as received: the programming replaces the six programming
+tables, the camera-event programming replaces ProgCamEvents and Festivita,
+voice messages and firmware are written byte for byte. A log erase ("11")
+empties Registro_eventi; request "03" sends the log and then empties it.
+Codes: a request is served when its code, unscrambled or as typed, matches the
+installer or the user code on its first six characters; only the installer
+code may change the installer code. Code changes last until the unit stops.
+
+Command strings ("52") are answered: STATO? -> STATO:PRONTO;EVENTI:<n>;
+VERSIONE:<v>, VERSIONE? -> VERSIONE:<v>, EVENTI? -> EVENTI:<n> (log events),
+ULTIMO? -> ULTIMO:<last command sent with "50">; anything else -> ECHO:<text>.
+Preview ("08"): a camera number gets its image, 0 a stop ("OK"); a clip name
+(.avi) opens it on its first frame; NEXTFRAME:, PREVFRAME: and
+CurrentTimeFileVideo:<s> answer with the frame reached; PAUSE:, STOP:,
+SetQualityImages: and CLOSE: with "OK"; "Reg Error" when there is no such
+camera, clip or open clip.
+
+Faults (all drawn from --seed, so a run can be repeated):
+  --loss     any message, sent or received, on UDP.
+  --dup      a second copy of a data packet, only of the types the component
+             places by index (02 03 04 11 53 54) and never the last packet; the
+             unit then waits for both acknowledgements. The other transfers are
+             stored in arrival order and an upload advances on every OK, so a
+             copy of those would corrupt them.
+  --reorder  a data packet of those same types swapped with the next one,
+             never with the last. Data packets still go one at a time: the
+             next only after the component's OK.
+  --delay    every message sent held back 0..MS ms, in order. Above 700 ms the
+             component's short UDP time-out (750 ms) starts to expire.
+  --busy     "BS" before the acceptance of a download or the answer to a
+             command, preview or stream request, and before the final OK of a
+             voice or firmware upload; the real answer follows --busy-delay ms
+             later.
+  --reset-after N  TCP: once, reset the connection (RST) after the N-th data
+             packet of the first download that has that many.
+Loss, duplication and reordering never apply to TCP.)";
+
+void AddOptions(CLI::App& app, Options& o) {
+  app.add_option("--dir", o.dir, "Folder of the unit's database and files")->capture_default_str();
+  app.add_flag("--tcp", o.tcp, "Listen on TCP");
+  app.add_flag("--udp", o.udp, "Listen on UDP (the default; with --tcp, both on one port number)");
+  app.add_option("--port", o.port, "Port to listen on; 0 picks a free one")->capture_default_str()->check(
+      CLI::Range(0, 65535));
+  app.add_option("--host", o.host, "Address to listen on")->capture_default_str();
+  app.add_flag("--allow-any", o.allowAny, "Allow a --host that is not a loopback address");
+  app.add_option("--code", o.codes.installer, "Installer code")->capture_default_str();
+  app.add_option("--user-code", o.codes.user, "User code")->capture_default_str();
+  app.add_flag("--empty", o.empty, "Give a new folder the standard tables only, no demo content");
+  app.add_option("--seed", o.faults.seed, "Seed of every fault decision")->capture_default_str();
+  app.add_option("--loss", o.faults.lossPct, "Percent of messages lost (UDP)")->check(CLI::Range(0, 100));
+  app.add_option("--dup", o.faults.dupPct, "Percent of indexed data packets sent twice (UDP)")
+      ->check(CLI::Range(0, 100));
+  app.add_option("--reorder", o.faults.reorderPct, "Percent of indexed data packets swapped with the next (UDP)")
+      ->check(CLI::Range(0, 100));
+  app.add_option("--delay", o.faults.delayMs, "Hold each message sent back up to MS ms")
+      ->check(CLI::Range(0, 60000));
+  app.add_option("--busy", o.faults.busyPct, "Percent of answers preceded by BS")->check(CLI::Range(0, 100));
+  app.add_option("--busy-delay", o.faults.busyDelayMs, "MS between BS and the real answer")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 60000));
+  app.add_option("--reset-after", o.faults.resetAfter, "TCP: reset once after N data packets of a download")
+      ->check(CLI::Range(0, 1 << 30));
+  app.add_option("--exit-after", o.exitAfter, "Stop after SECONDS (default: run until SIGINT or SIGTERM)")
+      ->check(CLI::PositiveNumber);
+  app.add_flag("-q,--quiet", o.quiet, "Report nothing but errors on standard error");
+  app.add_flag("-v,--verbose", o.verbose, "Show every message in and out on standard error");
+}
+
+// The demo content is made once, for a folder that has no database yet.
+std::unique_ptr<FolderContent> OpenContent(const Options& o, const Log& log) {
+  const bool fresh = !fs::exists(fs::path(o.dir) / kDatabaseFile);
+  auto content = std::make_unique<FolderContent>(o.dir, log);
+  if (fresh && !o.empty) {
+    FillDemoTables(content->Database());
+    WriteDemoFiles(o.dir);
+    log.Info("demo content written to " + o.dir);
+  }
+  return content;
+}
+
+void Announce(const char* transport, const asio::ip::address& address, unsigned short port) {
+  std::cout << "camrelay-unit listening on " << transport << ' ' << address.to_string() << ':' << port
+            << std::endl;
+}
+
+int Serve(const Options& o, const asio::ip::address& address) {
+  const Log log(o.verbose ? Log::Verbose : o.quiet ? Log::Quiet : Log::Normal);
+  auto content = OpenContent(o, log);
+  Codes codes = o.codes;
+  // Datagram faults make no sense in a byte stream, nor a reset in datagrams.
+  FaultSettings udpSettings = o.faults;
+  udpSettings.resetAfter = 0;
+  FaultSettings tcpSettings = o.faults;
+  tcpSettings.lossPct = tcpSettings.dupPct = tcpSettings.reorderPct = 0;
+  Faults udpFaults(udpSettings), tcpFaults(tcpSettings);
+  UnitContext udpUnit{*content, codes, udpFaults, log}, tcpUnit{*content, codes, tcpFaults, log};
+
+  asio::io_context io;
+  const bool udp = o.udp || !o.tcp;
+  std::optional<UdpServer> udpServer;
+  std::optional<TcpServer> tcpServer;
+  auto port = static_cast<unsigned short>(o.port);
+  if (udp) {
+    udpServer.emplace(io, asio::ip::udp::endpoint(address, port), udpUnit);
+    port = udpServer->Local().port();
+    Announce("udp", address, port);
+  }
+  if (o.tcp) {
+    try {
+      tcpServer.emplace(io, asio::ip::tcp::endpoint(address, port), tcpUnit);
+    } catch (const boost::system::system_error&) {
+      // A free UDP port may be taken on TCP: any free one will do then.
+      if (o.port != 0 || !udp) throw;
+      tcpServer.emplace(io, asio::ip::tcp::endpoint(address, 0), tcpUnit);
+    }
+    Announce("tcp", address, tcpServer->Local().port());
+  }
+
+  asio::signal_set signals(io, SIGINT, SIGTERM);
+  signals.async_wait([&](const boost::system::error_code&, int) { io.stop(); });
+  asio::steady_timer deadline(io);
+  if (o.exitAfter > 0) {
+    deadline.expires_after(std::chrono::milliseconds(static_cast<long long>(o.exitAfter * 1000)));
+    deadline.async_wait([&](const boost::system::error_code& error) {
+      if (!error) io.stop();
+    });
+  }
+  io.run();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app(kDescription, "camrelay-unit");
+  app.footer(kFooter);
+  Options options;
+  AddOptions(app, options);
+  CLI11_PARSE(app, argc, argv);
+
+  boost::system::error_code error;
+  const auto address = asio::ip::make_address(options.host, error);
+  if (error) {
+    std::cerr << "camrelay-unit: --host " << options.host << " is not an IP address\n";
+    return 2;
+  }
+  if (!address.is_loopback() && !options.allowAny) {
+    std::cerr << "camrelay-unit: --host " << options.host
+              << " is not a loopback address; add --allow-any to listen there\n";
+    return 2;
+  }
+  try {
+    return Serve(options, address);
+  } catch (const std::exception& e) {
+    std::cerr << "camrelay-unit: " << e.what() << '\n';
+    return 1;
+  }
+}
