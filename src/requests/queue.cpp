@@ -103,8 +103,10 @@ void frmClient::ReadRichiesta() {
     }
     if (IsTCP() && Winsock1->state() != sckConnected) {
       if (Winsock1->state() == sckConnecting) return;
-      // The connect handler serves the head once the link is up.
+      // The connect handler serves the head once the link is up. A frame cut
+      // short by the old connection would swallow the start of the new one.
       if (Winsock1->state() > sckClosed) Winsock1->close();
+      sBufferRicezione.clear();
       Stato = cNoOperation;
       tmrTimeOut->setEnabled(false);
       Winsock1->connect();

@@ -100,6 +100,19 @@ TEST(TcpFrames, APeerCannotMakeTheLinkHoldMoreThanTheLimit) {
   EXPECT_TRUE(t.debug.empty());
 }
 
+TEST(TcpFrames, AFrameCutShortByTheUnitClosingIsForgottenOnReconnect) {
+  LinkFixture t(sckTCPProtocol);
+  t.form().AddRichiesta("AA", "");
+  t.connect();
+  t.socket().deliver(Frame("AA{}0{}00{}1").substr(0, 9));
+  t.socket().peerClose();
+  t.form().AddRichiesta("AA", "");
+  t.connect();
+  t.unitSends("AA{}0{}00{}2");
+  EXPECT_EQ(t.form().RemotePasswordType, 2);
+  EXPECT_EQ(t.form().QueueLength(), 0);
+}
+
 TEST(UdpDatagrams, EachDatagramIsOneMessageWithoutAFrame) {
   LinkFixture t(sckUDPProtocol);
   t.form().AddRichiesta("AA", "");
