@@ -7,6 +7,7 @@
 
 #include "link/frmClient.h"
 #include "link/guard.h"
+#include "link/reception.h"
 
 namespace camrelay::link {
 
@@ -308,15 +309,6 @@ void StartUpload(frmClient& f, const std::string& text) {
     f.Winsock_RicevutoPacchetto(text);
 }
 
-void CompleteString(frmClient& f) {
-  f.tmrTimeOut->setEnabled(false);
-  f.StringaRicevuta = CreaStringaComando(f.StringaPar, f.Winsock1->protocol(), &f);
-  f.Stato = cRicezioneStringaOK;
-  f.RaiseStato(cRicezioneStringaOK);
-  f.Stato = cNoOperation;
-  f.RemoveRichiesta(1);
-}
-
 void StartDownload(frmClient& f, const std::string& text, const Acceptance& a) {
   f.tmrTimeOut->setInterval(DownloadWaitsBriefly(f.Stato) ? f.TimeOutBreve : f.TimeOutLungo);
   if (!a.valid) f.sTipoArrivo = std::string(code::Login);
@@ -336,12 +328,11 @@ void StartDownload(frmClient& f, const std::string& text, const Acceptance& a) {
     // The acceptance itself is packet 0.
     f.StringaPar[0] = text;
     f.nPacchetti = 1;
+    // With nothing to follow, the acceptance is the whole transfer.
     if (n > 0)
       f.TrasmettiStringa(ack);
-    else if (tipo == "51")
-      CompleteString(f);
     else
-      f.CompletePreviewImage();
+      CompleteTransfer(f, tipo);
   } else if (tipo == "56") {
     if (n > 0) f.nPacchetti = 1;
     f.TrasmettiStringa(ack);

@@ -12,6 +12,7 @@
 #include "files/voice.h"
 #include "link/frmClient.h"
 #include "link/guard.h"
+#include "link/reception.h"
 #include "store/download.h"
 
 namespace camrelay::link {
@@ -35,9 +36,10 @@ std::optional<int> CompletionState(const std::string& tipo) {
   return std::nullopt;
 }
 
-// Hands a complete transfer of type `tipo` to its consumer, reports it and
-// serves the next request. The log and camera-event packets stay in
-// StringaPar for the host to read until the next acceptance resizes it.
+}  // namespace
+
+// The log and camera-event packets stay in StringaPar for the host to read
+// until the next acceptance resizes it.
 void CompleteTransfer(frmClient& form, const std::string& tipo) {
   form.tmrTimeOut->setEnabled(false);
   if (IsImageType(tipo)) {
@@ -59,6 +61,8 @@ void CompleteTransfer(frmClient& form, const std::string& tipo) {
   form.Stato = cNoOperation;
   form.RemoveRichiesta(1);
 }
+
+namespace {
 
 // UDP has no end message: the packet that fills the count ends the transfer.
 // TCP waits for the unit's "12".

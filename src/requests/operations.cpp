@@ -11,9 +11,19 @@
 #include "link/frmClient.h"
 #include "link/guard.h"
 #include "requests/crypt.h"
+#include "requests/opening.h"
 #include "store/payload.h"
 
 namespace camrelay::link {
+
+std::string AccessCode(const frmClient& f) {
+  return f.PwdCrypted ? requests::CryptData(f.sStringaPassword) : f.sStringaPassword;
+}
+
+std::string Opening(const frmClient& f, std::size_t count, std::string_view code) {
+  return std::string(code::Request) + std::string(kSep) + std::to_string(count) + std::string(kSep) +
+         std::string(code) + std::string(kSep) + AccessCode(f);
+}
 
 namespace {
 
@@ -21,19 +31,6 @@ namespace {
 // transport.
 constexpr std::size_t kCommandChunkTCP = 51197;
 constexpr std::size_t kCommandChunkUDP = 3069;
-
-// The access code as it travels: scrambled while the unit takes the
-// scrambled form, else as typed.
-std::string AccessCode(const frmClient& f) {
-  return f.PwdCrypted ? requests::CryptData(f.sStringaPassword) : f.sStringaPassword;
-}
-
-// "AA{}<count>{}<code>{}<access code>": count is the number of packets that
-// follow this one.
-std::string Opening(const frmClient& f, std::size_t count, std::string_view code) {
-  return std::string(code::Request) + std::string(kSep) + std::to_string(count) + std::string(kSep) +
-         std::string(code) + std::string(kSep) + AccessCode(f);
-}
 
 // Once StringaPar holds the packets: enter the operation's state, send the
 // opening packet with the reply timer at the given interval.

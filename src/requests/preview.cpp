@@ -10,7 +10,7 @@
 
 #include "link/frmClient.h"
 #include "link/guard.h"
-#include "requests/crypt.h"
+#include "requests/opening.h"
 
 namespace camrelay::link {
 namespace {
@@ -85,13 +85,13 @@ void EndPlaybackOnAnswer(frmClient& form) {
 void frmClient::AttivaPreview(const std::string& arg) {
   Guarded(*this, "AttivaPreview", [&] {
     const std::string what = SelectPreview(*this, arg);
-    const std::string code = PwdCrypted ? requests::CryptData(sStringaPassword) : sStringaPassword;
     // TCP carries the request in the opening message; UDP sends it as an
     // element of its own, followed by the closing element.
+    const std::string request = std::string(kSep) + what + std::string(kCrLf);
     if (IsTCP())
-      StringaPar = {"AA{}0{}08{}" + code + "{}" + what + "\r\n"};
+      StringaPar = {Opening(*this, 0, "08") + request};
     else
-      StringaPar = {"AA{}2{}08{}" + code, "{}" + what + "\r\n", "{}"};
+      StringaPar = {Opening(*this, 2, "08"), request, std::string(kSep)};
     // The preview changes state silently: a cycle would otherwise raise an
     // event for every image.
     Stato = cTrasmettiPreviewEnable;
