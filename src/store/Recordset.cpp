@@ -15,7 +15,8 @@ void Bind(sqlite3* db, sqlite3_stmt* statement, int index, const DbValue& value)
   } else if (auto r = std::get_if<double>(&value)) {
     result = sqlite3_bind_double(statement, index, *r);
   } else if (auto text = std::get_if<std::string>(&value)) {
-    result = sqlite3_bind_text(statement, index, text->data(), static_cast<int>(text->size()), SQLITE_TRANSIENT);
+    // The text stays in the pending record until the insert has run.
+    result = sqlite3_bind_text(statement, index, text->data(), static_cast<int>(text->size()), SQLITE_STATIC);
   } else {
     result = sqlite3_bind_null(statement, index);
   }
@@ -81,6 +82,10 @@ DbValue Recordset::Value(int k) const {
 }
 
 void Recordset::AddNew() {
+  // The rows read so far are left behind: a read still open on the table
+  // would make the database save and restore its place around every insert.
+  sqlite3_reset(cursor_.get());
+  eof_ = true;
   pending_.assign(names_.size(), std::nullopt);
   fieldsSet_.assign(names_.size(), false);
   adding_ = true;
@@ -120,6 +125,7 @@ void Recordset::Update() {
   int result = sqlite3_step(insert);
   std::string error = result == SQLITE_DONE ? "" : sqlite3_errmsg(db_);
   sqlite3_reset(insert);
+  sqlite3_clear_bindings(insert);
   if (result != SQLITE_DONE) throw std::runtime_error(table_ + ": " + error);
 }
 

@@ -36,8 +36,9 @@ class Recordset {
   // The current row's value of field k.
   DbValue Value(int k) const;
 
-  // Starts a new record with every field at its default; SetValue sets one
-  // (std::out_of_range beyond the fields), Update writes the record.
+  // Starts a new record with every field at its default and leaves the rows
+  // (Eof until MoveFirst); SetValue sets one field (std::out_of_range beyond
+  // the fields), Update writes the record.
   void AddNew();
   void SetValue(int k, DbValue value);
   void Update();

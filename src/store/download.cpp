@@ -21,11 +21,12 @@ struct RecordLine {
   std::vector<WireField> fields;
 };
 
-// "{}<table>{}<N>{}<value>{}<type>..." ; nullopt for a line that is not a
-// record (it does not start with a separator), std::invalid_argument for a
-// record that is cut short.
-std::optional<RecordLine> ParseLine(std::string_view line) {
-  if (!line.starts_with(kSeparator)) return std::nullopt;
+// Reads "{}<table>{}<N>{}<value>{}<type>..." into record, whose field list
+// is reused from line to line; false for a line that is not a record (it
+// does not start with a separator), std::invalid_argument for a record that
+// is cut short.
+bool ParseLine(std::string_view line, RecordLine& record) {
+  if (!line.starts_with(kSeparator)) return false;
   std::string_view rest = line.substr(kSeparator.size());
   auto table = TakeItem(rest);
   if (!table) throw std::invalid_argument("a record line without a field count: " + Excerpt(line));
@@ -39,7 +40,8 @@ std::optional<RecordLine> ParseLine(std::string_view line) {
   if (last < 0)
     throw std::invalid_argument("the field count " + Excerpt(count) + " of a record of " + std::string(*table) +
                                 " is not a number");
-  RecordLine record{*table, {}};
+  record.table = *table;
+  record.fields.clear();
   for (long k = 0; k <= last; ++k) {
     auto value = TakeItem(rest);
     if (!value)
@@ -56,7 +58,7 @@ std::optional<RecordLine> ParseLine(std::string_view line) {
     }
     record.fields.push_back({*value, type});
   }
-  return record;
+  return true;
 }
 
 // Writes record lines into the tables they name, keeping each table's
@@ -148,14 +150,13 @@ class RecordWriter {
   }
 
   void StoreLine(std::string_view line) {
-    auto record = ParseLine(line);
-    if (!record) return;
-    Recordset* records = RecordsetFor(record->table);
+    if (!ParseLine(line, record_)) return;
+    Recordset* records = RecordsetFor(record_.table);
     if (!records) return;
-    bool isLog = record->table == "Registro_eventi";
+    bool isLog = record_.table == "Registro_eventi";
     records->AddNew();
-    for (int f = 0; f < static_cast<int>(record->fields.size()); ++f) {
-      const WireField& field = record->fields[f];
+    for (int f = 0; f < static_cast<int>(record_.fields.size()); ++f) {
+      const WireField& field = record_.fields[f];
       // The log's counter is numbered by the database, and a Null leaves the
       // field at its default.
       if (isLog && f < records->FieldCount() && records->FieldName(f) == "IdRegistro") continue;
@@ -179,6 +180,7 @@ class RecordWriter {
   DebugSink* form_;
   std::string procedure_;
   std::vector<std::pair<std::string, Recordset>> open_;
+  RecordLine record_;
 };
 
 // Opens the database when needed and starts the transaction of the whole
