@@ -140,6 +140,9 @@ class clsClient {
   std::shared_ptr<link::Platform> platform_;
   std::shared_ptr<store::DataVideo> db_;
   std::unique_ptr<link::frmClient> frm_;
+  // Links taken down while one of their handlers may still be running; freed
+  // from a later turn of the loop, or with the client.
+  std::vector<std::unique_ptr<link::frmClient>> retired_;
   sckProtocol protocol_ = sckProtocolError;
   std::string remoteHost_;
   int remotePort_ = 0;

@@ -36,9 +36,12 @@ clsClient::clsClient(boost::asio::io_context& io) : clsClient(link::makeAsioPlat
 clsClient::clsClient(std::shared_ptr<link::Platform> platform)
     : platform_(std::move(platform)), db_(std::make_shared<store::DataVideo>()) {}
 
+// A client is not destroyed from inside one of its own events, so its links
+// can go at once.
 clsClient::~clsClient() {
   *alive_ = false;
   Disconnetti();
+  retired_.clear();
 }
 
 // ---- Plumbing. ---------------------------------------------------------------
@@ -99,14 +102,16 @@ void clsClient::Subscribe() {
 // The form may be the one whose handler is running: it is unloaded and
 // detached now, and destroyed from a later turn of the loop.
 void clsClient::RetireForm() {
-  std::shared_ptr<frmClient> old(frm_.release());
-  old->CambioStatoConnessione = nullptr;
-  old->CambioStatoDB = nullptr;
-  old->OnDebug = nullptr;
-  old->ErroreConnessione = nullptr;
-  old->ErroreTimeOutConnessioneTCP = nullptr;
-  old->Form_Unload();
-  platform_->post([old] {});
+  frm_->CambioStatoConnessione = nullptr;
+  frm_->CambioStatoDB = nullptr;
+  frm_->OnDebug = nullptr;
+  frm_->ErroreConnessione = nullptr;
+  frm_->ErroreTimeOutConnessioneTCP = nullptr;
+  frm_->Form_Unload();
+  retired_.push_back(std::move(frm_));
+  platform_->post([this, alive = std::weak_ptr<bool>(alive_)] {
+    if (auto live = alive.lock(); live && *live) retired_.clear();
+  });
 }
 
 // ---- Properties. ---------------------------------------------------------------
