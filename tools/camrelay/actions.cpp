@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "link/frmClient.h"
+#include "files/voice.h"
 #include "store/download.h"
 #include "store/sqlite_util.h"
 
@@ -260,12 +261,51 @@ class StreamImageAction : public SimpleAction {
     Action::OnState(ctx, stato);
   }
 
+  // A stream request leaves the queue as it is sent, so a lost request or
+  // image is not asked for again: it simply never arrives.
   std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
-    return saveError_ ? saveError_ : Action::Finish(ctx, error);
+    if (saveError_) return saveError_;
+    if (!error && !completed()) return "no image arrived";
+    return Action::Finish(ctx, error);
   }
 
  private:
   std::optional<std::string> saveError_;
+};
+
+// The voice messages are the files that the programming names. One that is
+// not in Audio/ is skipped by the library without a word: say so, and send
+// nothing at all when none is there.
+class VoiceUploadAction : public SimpleAction {
+ public:
+  explicit VoiceUploadAction(const Command& command)
+      : SimpleAction(
+            command, [](clsClient& c, const Command&) { c.UpLoadMessaggiWave(""); }, cTrasmissioneOK, Bar::Upload) {}
+
+  void Start(Context& ctx) override {
+    std::vector<std::string> names;
+    CountingSink sink(ctx.console);
+    store::RicavaWaveName(names, ctx.client.Database(), &sink);
+    std::string missing;
+    int present = 0;
+    for (std::size_t i = 1; i < names.size(); ++i) {
+      std::string name = names[i];
+      name.erase(0, name.find_first_not_of(' '));
+      name.erase(name.find_last_not_of(' ') + 1);
+      std::error_code ec;
+      if (fs::is_regular_file(ctx.dir / "Audio" / name, ec))
+        ++present;
+      else
+        missing += (missing.empty() ? "" : ", ") + name;
+    }
+    if (present == 0) {
+      Refuse(names.size() < 2 ? "the programming names no voice message (FoniaFileWav)"
+                              : "none of the voice messages the programming names is in Audio/: " + missing);
+      return;
+    }
+    if (!missing.empty()) ctx.console.Note(command().name + ": not in Audio/, not sent: " + missing);
+    SimpleAction::Start(ctx);
+  }
 };
 
 // The preview cycles by itself, camera after camera; after the images asked
@@ -321,6 +361,7 @@ void Action::OnState(Context&, StatoConnessioneEnum stato) {
 }
 
 std::optional<std::string> Action::Finish(Context&, const std::optional<std::string>& error) {
+  if (refusal_) return refusal_;
   if (error) return error;
   if (Completion() != cNoOperation && !completed_) return "the unit ended the exchange before it completed";
   return std::nullopt;
@@ -360,8 +401,7 @@ std::unique_ptr<Action> MakeAction(const Command& c) {
       return Simple(c, [](clsClient& cl, const Command&) { cl.DownLoadMessaggiWave(); }, cRicezioneWaveOK,
                     Bar::Download);
     case Op::UploadWave:
-      return Simple(c, [](clsClient& cl, const Command&) { cl.UpLoadMessaggiWave(""); }, cTrasmissioneOK,
-                    Bar::Upload);
+      return std::make_unique<VoiceUploadAction>(c);
     case Op::UploadFirmware:
       return Simple(c, [](clsClient& cl, const Command& cmd) { cl.UpLoadAggiornamento(cmd.argument); },
                     cTrasmissioneOK, Bar::Upload);

@@ -45,10 +45,14 @@ class Action {
   // the exchange ends without one.
   virtual StatoConnessioneEnum Completion() const = 0;
   bool completed() const { return completed_; }
+  // Start found nothing worth sending: no request goes out, and this is the
+  // command's failure.
+  void Refuse(std::string reason) { refusal_ = std::move(reason); }
 
  private:
   Command command_;
   bool completed_ = false;
+  std::optional<std::string> refusal_;
 };
 
 std::unique_ptr<Action> MakeAction(const Command& command);

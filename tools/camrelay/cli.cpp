@@ -3,6 +3,7 @@
 #include "cli.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <memory>
@@ -239,20 +240,36 @@ void CheckCommand(Command& command) {
   }
 }
 
-bool SendsFromDatabase(Op op) { return op == Op::UploadProg || op == Op::UploadProgCamEvents || op == Op::UploadWave; }
+// The download that fills the tables an upload sends, if the upload sends
+// from the database.
+std::optional<Op> SourceOf(Op op) {
+  switch (op) {
+    case Op::UploadProg:
+    case Op::UploadWave:  // the programming names the voice messages
+      return Op::DownloadProg;
+    case Op::UploadProgCamEvents:
+      return Op::DownloadProgCamEvents;
+    default:
+      return std::nullopt;
+  }
+}
 
 void CheckLinkInvocation(Invocation& inv) {
   CheckCode(inv.link.code, "--code (or CAMRELAY_CODE)");
   std::error_code ec;
   if (!fs::is_directory(inv.link.dir, ec)) throw UsageError("--dir: no such folder: " + inv.link.dir);
   const std::string file = DatabaseFile(inv.link.database);
+  const bool haveDatabase = fs::exists(file, ec);
+  std::vector<Op> done;
   for (Command& command : inv.commands) {
     CheckCommand(command);
     // Sending from a database that is not there would send empty tables and
-    // wipe the unit's own.
-    if (SendsFromDatabase(command.op) && !fs::exists(file, ec))
+    // wipe the unit's own, unless an earlier command fills them.
+    const auto source = SourceOf(command.op);
+    if (source && !haveDatabase && std::find(done.begin(), done.end(), *source) == done.end())
       throw UsageError(command.name + ": there is no database at " + file +
                        " (download from the unit first, or run 'camrelay db init')");
+    done.push_back(command.op);
   }
 }
 

@@ -183,6 +183,9 @@ void Session::SchedulePoll() {
 }
 
 void Session::Poll() {
+  // Some exchanges end without a state change (a command string sent): the
+  // poll notices those.
+  CheckIdle();
   if (!current_ || finished_) return;
   const auto now = Clock::now();
   WatchProgress(now);

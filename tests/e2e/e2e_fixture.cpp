@@ -1,0 +1,128 @@
+#include "e2e_fixture.h"
+
+#include <algorithm>
+#include <boost/asio.hpp>
+
+#include "store/DataVideo.h"
+#include "store/dump.h"
+#include "store/sqlite_util.h"
+
+namespace camrelay::e2e {
+namespace fs = std::filesystem;
+namespace asio = boost::asio;
+
+namespace {
+
+// The unit stops by itself even if the test process dies before it can.
+constexpr const char* kUnitLifetime = "300";
+
+std::unique_ptr<store::DataVideo> OpenDatabase(const fs::path& file) {
+  if (!fs::exists(file)) throw std::runtime_error("no database at " + file.string());
+  auto db = std::make_unique<store::DataVideo>();
+  db->SetConnectionString(file.string());
+  db->Open();
+  return db;
+}
+
+}  // namespace
+
+std::string Name(Transport transport) { return transport == Transport::Tcp ? "Tcp" : "Udp"; }
+
+fs::path ProgramPath(const std::string& name) { return fs::path(CAMRELAY_BINARY_DIR) / "tools" / name; }
+
+EndToEnd::EndToEnd()
+    : unitDir_(root_ / "unit"), hostDir_(root_ / "host"), configHome_(root_ / "config"), logs_(root_ / "logs") {
+  for (const auto& dir : {hostDir_, configHome_, logs_}) fs::create_directories(dir);
+}
+
+EndToEnd::~EndToEnd() {
+  // A failed test leaves the unit's and the host's output to read.
+  if (HasFailure() && unit_) {
+    StopUnit();
+    std::cerr << "---- camrelay-unit's standard error (last 4000 bytes):\n"
+              << unit_->Stderr().substr(unit_->Stderr().size() > 4000 ? unit_->Stderr().size() - 4000 : 0)
+              << "\n";
+  }
+}
+
+void EndToEnd::StartUnit(Transport transport, const std::vector<std::string>& extra) {
+  transport_ = transport;
+  std::vector<std::string> args{"--dir", unitDir_.string(), transport == Transport::Tcp ? "--tcp" : "--udp",
+                                "--port", "0", "--host", "127.0.0.1", "--exit-after", kUnitLifetime, "-v"};
+  args.insert(args.end(), extra.begin(), extra.end());
+  unit_ = std::make_unique<Process>(ProgramPath("camrelay-unit"), args, std::vector<std::string>{}, logs_, "unit");
+  const std::string line = unit_->WaitFirstLine(std::chrono::seconds(10));
+  ASSERT_TRUE(line.starts_with("camrelay-unit listening on ")) << "unit said: " << line << unit_->Stderr();
+  port_ = std::stoi(line.substr(line.rfind(':') + 1));
+  localPort_ = transport == Transport::Udp ? FreeUdpPort() : 0;
+}
+
+void EndToEnd::StopUnit() {
+  if (unit_) unit_->Stop();
+}
+
+Outcome EndToEnd::Host(const std::vector<std::string>& args, std::chrono::seconds limit) {
+  std::vector<std::string> all{"--host", "127.0.0.1", "--port", std::to_string(port_), "--dir", hostDir_.string()};
+  if (!code.empty()) all.insert(all.end(), {"--code", code});
+  if (transport_ == Transport::Tcp) {
+    all.push_back("--tcp");
+  } else {
+    all.insert(all.end(), {"--udp", "--local-port", std::to_string(localPort_)});
+  }
+  all.insert(all.end(), timing.begin(), timing.end());
+  all.insert(all.end(), args.begin(), args.end());
+  return Camrelay(all, env, limit);
+}
+
+Outcome EndToEnd::Camrelay(const std::vector<std::string>& args, const std::vector<std::string>& extraEnv,
+                           std::chrono::seconds limit) {
+  std::vector<std::string> environment{"XDG_CONFIG_HOME=" + configHome_.string()};
+  environment.insert(environment.end(), extraEnv.begin(), extraEnv.end());
+  Process host(ProgramPath("camrelay"), args, environment, logs_, "host" + std::to_string(++runs_));
+  Outcome outcome;
+  outcome.exit = host.Wait(limit);
+  host.Stop();
+  outcome.out = host.Stdout();
+  outcome.err = host.Stderr();
+  return outcome;
+}
+
+std::vector<Row> Rows(const fs::path& database, const std::string& table, const std::string& without) {
+  store::TableDump dump = store::DumpTable(*OpenDatabase(database), table);
+  const auto skip = std::find(dump.columns.begin(), dump.columns.end(), without) - dump.columns.begin();
+  for (Row& row : dump.rows)
+    if (skip < static_cast<long>(row.size())) row.erase(row.begin() + skip);
+  return dump.rows;
+}
+
+std::vector<Row> Sorted(std::vector<Row> rows) {
+  std::sort(rows.begin(), rows.end());
+  return rows;
+}
+
+void Execute(const fs::path& database, const std::string& sql) {
+  store::Exec(OpenDatabase(database)->Handle(), sql);
+}
+
+std::string FileBytes(const fs::path& file) {
+  EXPECT_TRUE(fs::exists(file)) << file;
+  return test::ReadFileBytes(file);
+}
+
+bool HasLine(const std::string& output, const std::string& line) {
+  return ("\n" + output).find("\n" + line + "\n") != std::string::npos;
+}
+
+int FreeUdpPort() {
+  asio::io_context io;
+  asio::ip::udp::socket socket(io, asio::ip::udp::endpoint(asio::ip::make_address("127.0.0.1"), 0));
+  return socket.local_endpoint().port();
+}
+
+int ClosedTcpPort() {
+  asio::io_context io;
+  asio::ip::tcp::acceptor acceptor(io, asio::ip::tcp::endpoint(asio::ip::make_address("127.0.0.1"), 0));
+  return acceptor.local_endpoint().port();
+}
+
+}  // namespace camrelay::e2e

@@ -1,0 +1,45 @@
+// A child process for the end-to-end tests: started with its own
+// environment, its standard output and error written to files, waited for
+// with a bound, and killed when the test lets go of it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace camrelay::e2e {
+
+class Process {
+ public:
+  // env: "NAME=value" entries that replace or add to the test's own
+  // environment. The output goes to <logs>/<tag>.out and <tag>.err.
+  Process(const std::filesystem::path& program, const std::vector<std::string>& args,
+          const std::vector<std::string>& env, const std::filesystem::path& logs, const std::string& tag);
+  ~Process();
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  // The exit status once the process has ended within the time given;
+  // nullopt if it is still running (or was killed by a signal).
+  std::optional<int> Wait(std::chrono::milliseconds timeout);
+  // The first line of standard output once it is complete, or "" when none
+  // came within the time given.
+  std::string WaitFirstLine(std::chrono::milliseconds timeout);
+  // SIGTERM, then SIGKILL if it does not end within a second.
+  void Stop();
+
+  std::string Stdout() const;
+  std::string Stderr() const;
+
+ private:
+  pid_t pid_ = -1;
+  bool reaped_ = false;
+  std::optional<int> status_;
+  std::filesystem::path out_, err_;
+};
+
+}  // namespace camrelay::e2e
