@@ -35,16 +35,15 @@ TEST_F(SessionTest, TheLastAnswerIsRepeatedOnRequest) {
   EXPECT_EQ(Send("12"), Messages{"AA{}0{}00{}1"});
 }
 
-TEST_F(SessionTest, OnlyTheInstallerChangesTheInstallerCode) {
+TEST_F(SessionTest, ANewCodeReplacesTheOldOneWhenItsUploadEnds) {
   Start(false);
-  EXPECT_EQ(Send("AA{}2{}07{}654321"), Messages{"PW"});
+  EXPECT_EQ(Send("AA{}2{}07{}999999"), Messages{"PW"});
   EXPECT_EQ(Send(Request("07", 2)), Messages{"AA{}2{}07"});
   EXPECT_EQ(Send("{}777777\r\n"), Messages{"OK"});
   EXPECT_EQ(codes.installer, "123456") << "the change waits for the end of the upload";
   EXPECT_EQ(Send("{}"), Messages{"OK"});
   EXPECT_EQ(Send(Request("00")), Messages{"PW"});
   EXPECT_EQ(Send("AA{}0{}00{}777777"), Messages{"AA{}0{}00{}1"});
-  // The user code is the user's to change.
   EXPECT_EQ(Send("AA{}2{}14{}654321"), Messages{"AA{}2{}14"});
   Send("{}111111\r\n");
   Send("{}");

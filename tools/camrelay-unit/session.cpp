@@ -51,9 +51,11 @@ void Session::HandleOpening(const Opening& opening, const std::string& prefix) {
   upload_.reset();
   phase_ = Phase::Idle;
   eraseLogWhenSent_ = false;
+  // Either code may change either code: the component makes a new code its
+  // own access code at once, so a host that changes the user code and then
+  // the installer code asks the second change with the new user code.
   const CodeKind kind = CheckCode(opening.code, codes_.installer, codes_.user);
-  // Only the installer may change the installer code.
-  if (kind == CodeKind::None || (opening.tipo == "07" && kind != CodeKind::Installer)) {
+  if (kind == CodeKind::None) {
     log_.Info("access code refused (request " + opening.tipo + ")");
     lastAnswer_ = std::string(link::code::Password);
     Reply(prefix, lastAnswer_);
@@ -160,7 +162,8 @@ void Session::HandleElement(int ordinal, std::string element, const std::string&
 // caused happens once, the answer is given every time.
 void Session::FinishUpload(const std::string& prefix) {
   if (!uploadFinished_) {
-    reply_ = StoreUpload();
+    reply_ = Answer(*upload_);
+    if (!reply_) Keep(*upload_);
     uploadFinished_ = true;
   }
   if (reply_) {
@@ -173,8 +176,7 @@ void Session::FinishUpload(const std::string& prefix) {
   Reply(prefix, "OK", slow);
 }
 
-std::optional<Transfer> Session::StoreUpload() {
-  const Upload& upload = *upload_;
+std::optional<Transfer> Session::Answer(const Upload& upload) {
   const std::string& tipo = upload.tipo();
   if (tipo == "52") return StringTransfer(AnswerCommand(upload.Text(), content_), tcp_);
   if (tipo == "08") return playback_.Answer(upload.Text(), content_);
@@ -182,6 +184,11 @@ std::optional<Transfer> Session::StoreUpload() {
     const auto image = content_.PreviewImage(std::atoi(upload.Text().c_str()));
     return image ? ImageTransfer("58", *image) : ImageReply("58", "Reg Error");
   }
+  return std::nullopt;
+}
+
+void Session::Keep(const Upload& upload) {
+  const std::string& tipo = upload.tipo();
   if (tipo == "01" || tipo == "55") {
     auto dati = upload.RecordTexts();
     tipo == "01" ? content_.StoreProgrammazione(dati) : content_.StoreProgCamEvents(dati);
@@ -190,17 +197,15 @@ std::optional<Transfer> Session::StoreUpload() {
     for (const auto& file : upload.Files()) {
       const bool kept = tipo == "05" ? content_.StoreVoiceMessage(file.name, file.bytes)
                                      : content_.StoreFirmware(file.name, file.bytes);
-      log_.Info((kept ? "received " : "refused file name ") + file.name);
+      log_.Info((kept ? "received " : "refused the file name ") + Printable(file.name));
     }
-  } else if (tipo == "07" || tipo == "14") {
-    const std::string code = upload.Text();
-    if (!code.empty()) (tipo == "07" ? codes_.installer : codes_.user) = code;
+  } else if ((tipo == "07" || tipo == "14") && !upload.Text().empty()) {
+    (tipo == "07" ? codes_.installer : codes_.user) = upload.Text();
     log_.Info(tipo == "07" ? "installer code changed" : "user code changed");
   } else if (tipo == "50") {
     content_.StoreLastCommand(upload.Text());
     log_.Info("command received: " + Printable(upload.Text()));
   }
-  return std::nullopt;
 }
 
 void Session::StartDownload(Transfer transfer, const std::string& prefix, bool mayBeBusy) {

@@ -58,9 +58,10 @@ class Session {
 
   void StartUpload(const Opening& opening, const std::string& prefix);
   void FinishUpload(const std::string& prefix);
-  // Does what the upload asks; for a request ("52", "08", "57"), returns
-  // the transfer that answers it.
-  std::optional<Transfer> StoreUpload();
+  // The transfer that answers a request ("52", "08", "57"); nullopt for an
+  // upload that only brings something, which Keep stores.
+  std::optional<Transfer> Answer(const Upload& upload);
+  void Keep(const Upload& upload);
   std::optional<Transfer> Download(const Opening& opening);
   void StartDownload(Transfer transfer, const std::string& prefix, bool mayBeBusy);
   void SendPacket(const std::string& prefix);

@@ -60,8 +60,8 @@ tables, the camera-event programming replaces ProgCamEvents and Festivita,
 voice messages and firmware are written byte for byte. A log erase ("11")
 empties Registro_eventi; request "03" sends the log and then empties it.
 Codes: a request is served when its code, unscrambled or as typed, matches the
-installer or the user code on its first six characters; only the installer
-code may change the installer code. Code changes last until the unit stops.
+installer or the user code on its first six characters; either code may
+change either code. Code changes last until the unit stops.
 
 Command strings ("52") are answered: STATO? -> STATO:PRONTO;EVENTI:<n>;
 VERSIONE:<v>, VERSIONE? -> VERSIONE:<v>, EVENTI? -> EVENTI:<n> (log events),
