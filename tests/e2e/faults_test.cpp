@@ -188,6 +188,20 @@ TEST_F(Faults, TcpResetMidTransferIsSurvived) {
             Sorted(Rows(unitDb(), "Registro_eventi", "IdRegistro")));
 }
 
+// A busy unit answers "BS" and then takes longer than all the attempts
+// together would last: the host waits for it rather than giving up.
+TEST_F(Faults, BusyUnitIsWaitedForBeyondTheTimeOuts) {
+  StartUnit(Transport::Udp, {"--busy", "100", "--busy-delay", "1200"});
+  timing = {"--timeout-long", "300", "--timeout-short", "300", "--retries", "3"};
+  const fs::path firmware = hostDir().parent_path() / "update.bin";
+  test::WriteFileBytes(firmware, AllByteValues(30000));
+  const Outcome run = Host({"--events", "upload-firmware", firmware.string(), "download-prog"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  EXPECT_TRUE(HasLine(run.out, "STATE 22 cTrasmissioneOKAndBusy")) << run.out;
+  EXPECT_EQ(FileBytes(unitDir() / "Firmware/update.bin"), FileBytes(firmware));
+  EXPECT_EQ(Rows(hostDb(), "Ingressi"), Rows(unitDb(), "Ingressi"));
+}
+
 TEST_F(Faults, RefusedTcpConnectionFailsPromptly) {
   const auto start = std::chrono::steady_clock::now();
   const Outcome run = Camrelay({"--tcp", "--host", "127.0.0.1", "--port", std::to_string(ClosedTcpPort()), "--dir",

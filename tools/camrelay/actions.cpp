@@ -5,8 +5,8 @@
 #include <fstream>
 #include <vector>
 
-#include "link/frmClient.h"
 #include "files/voice.h"
+#include "link/frmClient.h"
 #include "store/download.h"
 #include "store/sqlite_util.h"
 
@@ -30,9 +30,7 @@ std::optional<double> UploadFraction(clsClient& client) {
 std::optional<double> DownloadFraction(clsClient& client) {
   const link::frmClient* form = client.Form();
   if (!form || form->StringaPar.size() < 3) return std::nullopt;
-  const auto filled = std::count_if(form->StringaPar.begin() + 1, form->StringaPar.end(),
-                                    [](const std::string& packet) { return !packet.empty(); });
-  return double(filled) / double(form->StringaPar.size() - 1);
+  return double(PacketsHeld(*form)) / double(form->StringaPar.size() - 1);
 }
 
 std::optional<double> FractionOf(Bar bar, clsClient& client) {
@@ -83,7 +81,7 @@ fs::path NextNumberedFile(const fs::path& folder, const std::string& prefix) {
     const std::string name = entry.path().filename().string();
     if (!name.starts_with(prefix) || !name.ends_with(".jpg")) continue;
     const std::string digits = name.substr(prefix.size(), name.size() - prefix.size() - 4);
-    if (!digits.empty() && std::all_of(digits.begin(), digits.end(), ::isdigit))
+    if (!digits.empty() && digits.find_first_not_of("0123456789") == std::string::npos)
       last = std::max(last, std::stoi(digits));
   }
   char number[16];
@@ -156,7 +154,7 @@ class RecordsAction : public SimpleAction {
     CountingSink sink(ctx.console);
     try {
       store::DataVideo& db = ctx.client.Database();
-      db.EnsureOpen(&sink, "camrelay");
+      db.EnsureOpen(nullptr, "camrelay");
       store::Transaction transaction(db.Handle());
       if (replace_) {
         // A camera-event programming is whole: the one received replaces
@@ -355,6 +353,12 @@ std::unique_ptr<Action> Simple(const Command& c, Starter start, StatoConnessione
 }
 
 }  // namespace
+
+std::size_t PacketsHeld(const link::frmClient& form) {
+  if (form.StringaPar.size() < 2) return 0;
+  return static_cast<std::size_t>(std::count_if(form.StringaPar.begin() + 1, form.StringaPar.end(),
+                                                [](const std::string& packet) { return !packet.empty(); }));
+}
 
 void Action::OnState(Context&, StatoConnessioneEnum stato) {
   if (stato == Completion() && Completion() != cNoOperation) completed_ = true;

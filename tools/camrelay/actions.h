@@ -12,6 +12,10 @@
 #include "cli.h"
 #include "console.h"
 
+namespace camrelay::link {
+class frmClient;
+}
+
 namespace camrelay::cli {
 
 struct Context {
@@ -56,5 +60,9 @@ class Action {
 };
 
 std::unique_ptr<Action> MakeAction(const Command& command);
+
+// The packets of the transfer in hand that have arrived (element 0, the
+// opening, left out).
+std::size_t PacketsHeld(const link::frmClient& form);
 
 }  // namespace camrelay::cli

@@ -279,7 +279,7 @@ std::string DefaultConnection(const std::string& dir) {
   return "Provider=SQLite;Data Source=" + (needsQuotes ? "\"" + file + "\"" : file);
 }
 
-void Finish(Collected& c) {
+void ResolveAndCheck(Collected& c) {
   Invocation& inv = c.invocation;
   std::error_code ec;
   inv.link.dir = fs::absolute(c.dir.empty() ? fs::current_path(ec) : fs::path(c.dir), ec).lexically_normal().string();
@@ -340,7 +340,7 @@ Invocation Parse(int argc, char** argv) {
   } catch (const CLI::ParseError& e) {
     throw UsageError(e.what());
   }
-  Finish(c);
+  ResolveAndCheck(c);
   return c.invocation;
 }
 

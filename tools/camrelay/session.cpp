@@ -200,8 +200,7 @@ void Session::WatchProgress(Clock::time_point now) {
   long long mark = events_;
   if (const link::frmClient* form = client_.Form()) {
     mark += form->nPacchetti + form->StringaInviata + form->ProgressoMultimedia;
-    mark += std::count_if(form->StringaPar.begin(), form->StringaPar.end(),
-                          [](const std::string& packet) { return !packet.empty(); });
+    mark += static_cast<long long>(PacketsHeld(*form));
   }
   if (mark > bestMark_) {
     bestMark_ = mark;
