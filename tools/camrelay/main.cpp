@@ -1,14 +1,35 @@
 // camrelay: the command-line host. It drives a unit through the library, one
 // command after another, and works on the local database.
+#include <cstdlib>
 #include <iostream>
+#include <string_view>
 
 #include "cli.h"
 #include "console.h"
 #include "db_local.h"
 #include "session.h"
 
+namespace {
+
+using namespace camrelay::cli;
+
+// A command line that could not be parsed still names its codes: they are
+// hidden from the message that says what is wrong with it.
+void AddSecretsOf(int argc, char** argv, Console& console) {
+  if (const char* code = std::getenv("CAMRELAY_CODE")) console.AddSecret(code);
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view arg = argv[i];
+    if (arg.starts_with("--code=")) console.AddSecret(std::string(arg.substr(7)));
+    if ((arg == "--code" || arg == "set-installer-code" || arg == "set-user-code") && i + 1 < argc)
+      console.AddSecret(argv[i + 1]);
+  }
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  using namespace camrelay::cli;
+  Console usage(OutputOptions{});
+  AddSecretsOf(argc, argv, usage);
   try {
     const Invocation invocation = Parse(argc, argv);
     if (invocation.help) {
@@ -23,10 +44,10 @@ int main(int argc, char** argv) {
     Session session(invocation, console);
     return session.Run();
   } catch (const UsageError& e) {
-    std::cerr << "camrelay: " << e.what() << "\n";
+    usage.Error(e.what());
     return 2;
   } catch (const std::exception& e) {
-    std::cerr << "camrelay: " << e.what() << "\n";
+    usage.Error(e.what());
     return 1;
   }
 }
