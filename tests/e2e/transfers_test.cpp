@@ -103,7 +103,7 @@ TEST_P(Session, UploadsLeaveTheUnitHoldingWhatWasSent) {
   const Outcome second =
       Host({"upload-prog", "upload-prog-cam-events", "upload-wave", "upload-firmware", firmware.string(),
             "send-command", "RIAVVIA tra 5 minuti", "erase-log", "request-command", "EVENTI?",
-            "set-installer-code", "777777"});
+            "set-installer-code", "777777", "set-user-code", "888888"});
   ASSERT_EQ(second.exit, 0) << second.err;
 
   for (const char* table : kProgrammingTables)
@@ -119,13 +119,16 @@ TEST_P(Session, UploadsLeaveTheUnitHoldingWhatWasSent) {
   EXPECT_TRUE(Rows(unitDb(), "Registro_eventi").empty());
   EXPECT_TRUE(HasLine(second.out, "EVENTI:0")) << second.out;
 
-  // The installer code has changed: the old one is refused, the new one let in.
+  // Both codes have changed: the old installer code is refused, the new
+  // ones are let in.
   const Outcome old = Host({"login"});
   EXPECT_EQ(old.exit, 1);
   EXPECT_NE(old.err.find("Password di accesso errata!"), std::string::npos) << old.err;
-  code = "777777";
-  const Outcome renewed = Host({"login"});
-  EXPECT_EQ(renewed.exit, 0) << renewed.err;
+  for (const char* renewed : {"777777", "888888"}) {
+    code = renewed;
+    const Outcome login = Host({"login"});
+    EXPECT_EQ(login.exit, 0) << renewed << ": " << login.err;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, Session, ::testing::Values(Transport::Tcp, Transport::Udp),
