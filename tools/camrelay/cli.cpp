@@ -34,7 +34,7 @@ constexpr const char* kFooter =
     "  camrelay db export-log > log.csv\n"
     "Run 'camrelay COMMAND --help' for the details of a command.";
 
-struct CommandSpec {
+struct CommandInfo {
   Op op;
   const char* name;
   const char* argument;  // the positional's name, nullptr for none
@@ -42,7 +42,7 @@ struct CommandSpec {
   const char* argumentHelp = "";
 };
 
-constexpr CommandSpec kCommands[] = {
+constexpr CommandInfo kCommands[] = {
     {Op::Login, "login", nullptr, "Log in to the unit with the access code and report whether it was accepted."},
     {Op::DownloadProg, "download-prog", nullptr,
      "Fetch the unit's programming and store it in the database, replacing the six programming tables "
@@ -142,21 +142,21 @@ void AddOutputOptions(CLI::App& app, OutputOptions& output) {
   app.add_flag("-q,--quiet", output.quiet, "No progress bars (they only ever show on a terminal)");
 }
 
-void AddCommand(CLI::App& app, const CommandSpec& spec, Collected& c) {
-  CLI::App* sub = app.add_subcommand(spec.name, spec.help);
+void AddCommand(CLI::App& app, const CommandInfo& info, Collected& c) {
+  CLI::App* sub = app.add_subcommand(info.name, info.help);
   sub->fallthrough();
   // Each command may be given more than once: its callback runs as soon as
   // its own arguments are read, so the commands keep the order given.
   sub->immediate_callback();
   auto argument = std::make_shared<std::string>();
   auto images = std::make_shared<int>(kDefaultPreviewImages);
-  if (spec.argument) sub->add_option(spec.argument, *argument, spec.argumentHelp)->required();
-  if (spec.op == Op::Preview)
+  if (info.argument) sub->add_option(info.argument, *argument, info.argumentHelp)->required();
+  if (info.op == Op::Preview)
     sub->add_option("--images", *images, "How many images to save before stopping")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
-  sub->callback([&c, spec, argument, images] {
-    c.invocation.commands.push_back(Command{spec.op, spec.name, *argument, *images});
+  sub->callback([&c, info, argument, images] {
+    c.invocation.commands.push_back(Command{info.op, info.name, *argument, *images});
     argument->clear();
     *images = kDefaultPreviewImages;
   });
@@ -323,7 +323,7 @@ Invocation Parse(int argc, char** argv) {
   app.require_subcommand(1, 0);
   AddLinkOptions(app, c);
   AddOutputOptions(app, c.invocation.output);
-  for (const CommandSpec& spec : kCommands) AddCommand(app, spec, c);
+  for (const CommandInfo& info : kCommands) AddCommand(app, info, c);
   AddDbCommands(app, c);
   // Set last, so that the commands' own help does not repeat it.
   app.footer(kFooter);
