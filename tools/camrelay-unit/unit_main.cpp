@@ -141,6 +141,11 @@ void Announce(const char* transport, const asio::ip::address& address, unsigned 
 }
 
 int Serve(const Options& o, const asio::ip::address& address) {
+  asio::io_context io;
+  // Caught from the start: a signal while the demo is being written still
+  // ends the unit normally.
+  asio::signal_set signals(io, SIGINT, SIGTERM);
+  signals.async_wait([&](const boost::system::error_code&, int) { io.stop(); });
   const Log log(o.verbose ? Log::Verbose : o.quiet ? Log::Quiet : Log::Normal);
   auto content = OpenContent(o, log);
   Codes codes = o.codes;
@@ -152,7 +157,6 @@ int Serve(const Options& o, const asio::ip::address& address) {
   Faults udpFaults(udpSettings), tcpFaults(tcpSettings);
   UnitContext udpUnit{*content, codes, udpFaults, log}, tcpUnit{*content, codes, tcpFaults, log};
 
-  asio::io_context io;
   const bool udp = o.udp || !o.tcp;
   std::optional<UdpServer> udpServer;
   std::optional<TcpServer> tcpServer;
@@ -173,8 +177,6 @@ int Serve(const Options& o, const asio::ip::address& address) {
     Announce("tcp", address, tcpServer->Local().port());
   }
 
-  asio::signal_set signals(io, SIGINT, SIGTERM);
-  signals.async_wait([&](const boost::system::error_code&, int) { io.stop(); });
   asio::steady_timer deadline(io);
   if (o.exitAfter > 0) {
     deadline.expires_after(std::chrono::milliseconds(static_cast<long long>(o.exitAfter * 1000)));
