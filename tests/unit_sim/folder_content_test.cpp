@@ -5,9 +5,9 @@
 
 #include <algorithm>
 
-#include "../../tools/camrelay-unit/demo_content.h"
-#include "../../tools/camrelay-unit/folder_content.h"
-#include "../../tools/camrelay-unit/transfers.h"
+#include "camrelay-unit/demo_content.h"
+#include "camrelay-unit/folder_content.h"
+#include "camrelay-unit/transfers.h"
 #include "files/voice.h"
 #include "store/download.h"
 #include "store/dump.h"

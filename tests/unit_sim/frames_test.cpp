@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "../../tools/camrelay-unit/frames.h"
+#include "camrelay-unit/frames.h"
 
 namespace camrelay::unit {
 namespace {

@@ -2,7 +2,7 @@
 // them.
 #include "session_fixture.h"
 
-#include "../../tools/camrelay-unit/avi.h"
+#include "camrelay-unit/avi.h"
 
 namespace camrelay::unit::test {
 namespace {

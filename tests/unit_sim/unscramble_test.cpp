@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include "../../tools/camrelay-unit/unscramble.h"
+#include "camrelay-unit/unscramble.h"
 #include "requests/crypt.h"
 
 namespace camrelay::unit {
