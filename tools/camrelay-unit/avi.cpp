@@ -3,17 +3,12 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "little_endian.h"
+
 namespace camrelay::unit {
 
 namespace {
 
-void Put32(std::string& out, std::uint32_t v) {
-  for (int i = 0; i < 4; ++i) out.push_back(static_cast<char>((v >> (8 * i)) & 0xff));
-}
-void Put16(std::string& out, std::uint16_t v) {
-  out.push_back(static_cast<char>(v & 0xff));
-  out.push_back(static_cast<char>(v >> 8));
-}
 std::uint32_t Get32(std::string_view in, std::size_t at) {
   std::uint32_t v = 0;
   for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<unsigned char>(in[at + i]);

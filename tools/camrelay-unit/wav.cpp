@@ -4,19 +4,9 @@
 #include <cmath>
 #include <numbers>
 
+#include "little_endian.h"
+
 namespace camrelay::unit {
-
-namespace {
-
-void Put32(std::string& out, std::uint32_t v) {
-  for (int i = 0; i < 4; ++i) out.push_back(static_cast<char>((v >> (8 * i)) & 0xff));
-}
-void Put16(std::string& out, std::uint16_t v) {
-  out.push_back(static_cast<char>(v & 0xff));
-  out.push_back(static_cast<char>(v >> 8));
-}
-
-}  // namespace
 
 std::string EncodeWav(const std::vector<std::int16_t>& samples, int rate) {
   const auto dataBytes = static_cast<std::uint32_t>(samples.size() * 2);
