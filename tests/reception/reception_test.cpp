@@ -1,0 +1,140 @@
+// Downloads played through the fake socket: the request, the unit's
+// acceptance and packets, the end, and what lands in the database and on disk.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "link_fixture.h"
+#include "store/download.h"
+#include "store/dump.h"
+
+using namespace camrelay;
+using camrelay::test::LinkFixture;
+using camrelay::test::ReadFileBytes;
+using Texts = std::vector<std::string>;
+
+namespace {
+
+std::string Packet(int index, const std::string& body) {
+  return "{}" + std::to_string(index) + "{}" + std::to_string(body.size()) + "\r\n" + body;
+}
+
+std::string AllBytes() {
+  std::string bytes;
+  for (int b = 0; b < 256; ++b) bytes += static_cast<char>(b);
+  return bytes;
+}
+
+long Raised(const LinkFixture& f, int stato) { return std::count(f.states.begin(), f.states.end(), stato); }
+
+std::string LogLine(const std::string& text) {
+  return "{}Registro_eventi{}6{}{NULL}{}3{}01/02/2024 10:00:00{}7{}101{}3{}" + text +
+         "{}202{}1{}3{}2{}3{}Mario{}202\r\n";
+}
+
+// One column of a table, its rows joined by commas.
+std::string Column(LinkFixture& f, const std::string& table, std::size_t column) {
+  std::string out;
+  for (const auto& row : store::DumpTable(f.db(), table).rows) out += row[column].value_or("NULL") + ",";
+  return out;
+}
+
+// A whole UDP multimedia download: the chunks, then the closing packet.
+void DownloadMedia(LinkFixture& f, const std::string& name, const Texts& chunks) {
+  f.form().AddRichiesta("56", name);
+  f.unitSends("AA{}" + std::to_string(chunks.size() + 1) + "{}56");
+  for (const auto& chunk : chunks) f.unitSends("{}" + chunk);
+  f.unitSends("{}closing packet: acknowledged, never written");
+}
+
+}  // namespace
+
+TEST(Reception, UdpLogDropsMalformedPacketsAndEndsOnItsLastOne) {
+  LinkFixture f(1);
+  f.form().AddRichiesta("04", "04");
+  f.unitSends("AA{}3{}04");
+  f.clearRecords();
+  const auto empty = f.form().StringaPar;
+  // Short body, no line end, no second separator, index 0, index past the count.
+  for (const std::string bad : {"{}3{}10\r\n123456789", "{}3{}9123456789", "{}3", "{}0{}3\r\nabc", "{}4{}3\r\nabc"})
+    f.unitSends(bad);
+  EXPECT_EQ(f.form().StringaPar, empty);
+  EXPECT_EQ(f.messages(), Texts(5, "OK")) << "a dropped packet is still acknowledged";
+  f.unitSends(Packet(2, LogLine("seconda")));
+  f.unitSends(Packet(1, LogLine("prima")));
+  EXPECT_EQ(Raised(f, cRicezioneLogOK), 0);
+  f.unitSends(Packet(3, LogLine("terza")));
+  f.unitSends(Packet(3, LogLine("terza")));  // repeated after the end: must not end it twice
+  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+  EXPECT_EQ(store::AppendRecordLines(f.form().StringaPar, f.db(), &f.form()), 3);
+  EXPECT_EQ(Column(f, "Registro_eventi", 3), "prima,seconda,terza,");
+}
+
+TEST(Reception, UdpCommandStringIsJoinedWhenItsCountIsReached) {
+  LinkFixture f(1);
+  f.form().AddRichiesta("52", "STATO");
+  f.unitSends("AA{}3{}51");
+  for (const std::string packet : {"{}STATO:\r\n", "{}ARMATO\r\n"}) f.unitSends(packet);
+  EXPECT_EQ(Raised(f, cRicezioneStringaOK), 0) << "the closing element is still to come";
+  for (const std::string packet : {"{}", "{}late: no slot is left for it\r\n"}) f.unitSends(packet);
+  EXPECT_EQ(f.form().StringaRicevuta, "STATO:ARMATO");
+  EXPECT_EQ(Raised(f, cRicezioneStringaOK), 1);
+}
+
+TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
+  LinkFixture f(0);
+  f.form().AddRichiesta("02", "");
+  f.connect();
+  f.unitSends("AA{}2{}02");
+  for (int i = 1; i <= 2; ++i)
+    f.unitSends(Packet(i, "{}NumTel{}6{}" + std::to_string(i) + "{}3{}Nome" + std::to_string(i) +
+                              "{}202{}06123{}202{}Vero{}11{}Falso{}11{}Falso{}11{}3{}2\r\n"));
+  EXPECT_EQ(Column(f, "NumTel", 1), "") << "nothing is stored before the end";
+  f.unitSends("12{}02");
+  EXPECT_EQ(Raised(f, cRicezioneProgOK), 1);
+  EXPECT_EQ(Column(f, "NumTel", 1), "Nome1,Nome2,");
+
+  // Voice messages, each named and then sent in pieces.
+  f.form().AddRichiesta("06", "");
+  f.connect();
+  std::string first;
+  while (first.size() < 3072 + 100) first += AllBytes();
+  f.unitSends("AA{}6{}06{}AA{}6{}06{}");
+  for (const std::string& element : Texts{"{}1{}2{}allarme.wav\r\n", "{}1{}1{}3072{}" + first.substr(0, 3072),
+                                          "{}1{}2{}" + std::to_string(first.size() - 3072) + "{}" + first.substr(3072),
+                                          "{}2{}1{}porta.wav\r\n", "{}2{}1{}256{}" + AllBytes(), "{}"})
+    f.unitSends(element);
+  EXPECT_FALSE(std::filesystem::exists(f.dir() / "Audio" / "allarme.wav"));
+  f.unitSends("12{}06");
+  EXPECT_EQ(Raised(f, cRicezioneWaveOK), 1);
+  // The voice store writes one zero byte after what it received.
+  EXPECT_EQ(ReadFileBytes(f.dir() / "Audio" / "allarme.wav"), first + '\0');
+  EXPECT_EQ(ReadFileBytes(f.dir() / "Audio" / "porta.wav"), AllBytes() + '\0');
+}
+
+TEST(Reception, MediaFilesHoldAllButTheClosingPacketBelowTheirFolder) {
+  LinkFixture f(1);
+  const std::string data = AllBytes() + "{}" + AllBytes() + std::string(5, '\0');
+  DownloadMedia(f, "X.JPG", {AllBytes(), "{}" + AllBytes(), std::string(5, '\0')});
+  EXPECT_EQ(f.messages(), (Texts{"AA{}0{}56{}123456{}X.JPG", "OK{}56", "OK", "OK", "OK", "OK"}));
+  f.unitSends("{}stray");
+  EXPECT_EQ(f.messages().size(), 6u) << "nothing is acknowledged past the count";
+  DownloadMedia(f, "still.jpg", {"jpg"});
+  DownloadMedia(f, "X.JPG", {"again"});
+  EXPECT_EQ(ReadFileBytes(f.dir() / "VideoAvi" / "X.JPG"), data + "again") << "a repeated download appends";
+  EXPECT_EQ(ReadFileBytes(f.dir() / "Snapshot" / "still.jpg"), "jpg");
+}
+
+TEST(Reception, AMediaNameThatLeavesItsFolderWritesNothing) {
+  LinkFixture f(1);
+  const std::string absolute = (f.dir() / "abs.avi").string();
+  for (const std::string& name : {std::string("../escape.jpg"), absolute, std::string("sub/dir.avi")}) {
+    f.form().NomeFileMultimedia = name;  // as if the request, which refuses it too, had let it through
+    DownloadMedia(f, name, {"one", "two"});
+  }
+  EXPECT_EQ(Raised(f, cRicezioneMultimedia), 0) << "no data was written";
+  EXPECT_EQ(Raised(f, cRicezioneMultimediaOK), 3) << "each run is still acknowledged to its end";
+  EXPECT_FALSE(std::filesystem::exists(f.dir() / "escape.jpg"));
+  EXPECT_FALSE(std::filesystem::exists(absolute));
+}
