@@ -1,150 +1,74 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <set>
-
-#include "store/dump.h"
-#include "store/schema.h"
+#include "link/frmClient.h"
+#include "link_fixture.h"
+#include "store/download.h"
 #include "store_fixture.h"
 
 namespace camrelay::test {
 namespace {
 
 using store::DatabasePath;
-using store::DataVideo;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 TEST(ConnectionString, NamesTheDatabaseFile) {
-  EXPECT_EQ(DatabasePath("Provider=SQLite;Data Source=/data/VideoSentrova.db"), "/data/VideoSentrova.db");
-  EXPECT_EQ(DatabasePath(" provider = sqlite ; DATA SOURCE = 'a;b.db' ; Mode=ReadWrite|Share Deny None;"),
-            "a;b.db");
+  EXPECT_EQ(DatabasePath(" provider = sqlite ; DATA SOURCE = 'a;b.db' ; Mode=ReadWrite|Share Deny None;"), "a;b.db");
   EXPECT_EQ(DatabasePath("Data Source=\"x y.db\";Persist Security Info=False"), "x y.db");
   EXPECT_EQ(DatabasePath("/var/lib/camrelay/VideoSentrova.db"), "/var/lib/camrelay/VideoSentrova.db");
-  EXPECT_EQ(DatabasePath("VideoSentrova.db"), "VideoSentrova.db");
-  EXPECT_EQ(DatabasePath(DataVideo::kDesignTimeConnection), "VideoSentrova.db");
 }
 
-TEST(ConnectionString, OtherProvidersAreRefusedNamingTheOnesThatExist) {
-  for (const char* connection :
-       {"Provider=Microsoft.Jet.OLEDB.4.0;Data Source=VideoSentrova.mdb;Mode=ReadWrite|Share Deny None;"
-        "Persist Security Info=False;Jet OLEDB:Database Password=x;",
-        "Provider=Microsoft.ACE.OLEDB.12.0;Data Source=a.accdb", "Provider=PostgreSQL;Data Source=db"}) {
-    try {
-      DatabasePath(connection);
-      ADD_FAILURE() << connection;
-    } catch (const std::runtime_error& e) {
-      EXPECT_THAT(e.what(), HasSubstr("Provider=SQLite;Data Source=<file>")) << connection;
-      EXPECT_THAT(e.what(), HasSubstr("bare path")) << connection;
-    }
-  }
-  EXPECT_THROW(DatabasePath(""), std::runtime_error);
-  EXPECT_THROW(DatabasePath("Provider=SQLite;Mode=Read"), std::runtime_error);
-}
-
-// Every table of a new database is named by a command, so this also shows
-// that the standard tables are all there.
-TEST_F(StoreTest, EveryCommandRunsOnTheStandardTables) {
-  ASSERT_EQ(store::kCommands.size(), 19u);
-  EXPECT_EQ(store::kCommands[9].Name, "Del_alimentazione");
-  EXPECT_EQ(store::kCommands[3].Text, "SELECT * FROM Registro_eventi ORDER BY [DataOra]");
-  for (const auto& command : store::kCommands) {
-    if (command.Kind == store::CommandKind::Action) {
-      EXPECT_NO_THROW(db.Execute(command.Name)) << command.Name;
-    } else {
-      EXPECT_NO_THROW(db.OpenRecordset(command.Name)) << command.Name;
-    }
-  }
-}
-
-TEST_F(StoreTest, SchemaUsesEveryTransferTypeTheUnitKnows) {
-  std::set<int> types;
-  for (const auto& command : store::kCommands) {
-    if (command.Kind == store::CommandKind::Action) continue;
-    store::Recordset records = db.OpenRecordset(command.Name);
-    for (int k = 0; k < records.FieldCount(); ++k) types.insert(records.FieldType(k));
-  }
-  for (int type : {3, 7, 11, 202, 203, 5}) EXPECT_TRUE(types.count(type)) << type;
-  EXPECT_EQ(db.OpenRecordset("Registro_eventi").FieldName(0), "IdRegistro");
-  EXPECT_GE(db.OpenRecordset("Ingressi").FieldIndex("FoniaFileWav"), 0);
-  EXPECT_GE(db.OpenRecordset("Alimentazione").FieldIndex("FoniaFileWav"), 0);
-  EXPECT_GE(db.OpenRecordset("CamEvents").FieldIndex("ShowInListEvents"), 0);
-}
-
-TEST_F(StoreTest, ExistingDatabaseIsUsedAsItIs) {
-  Sql("CREATE TABLE Extra (x TEXT); INSERT INTO Extra VALUES ('kept')");
-  db.Close();
-  db.Open();
-  EXPECT_EQ(store::DumpTable(db, "Extra").rows.at(0).at(0), "kept");
-}
-
-TEST_F(StoreTest, DumpGivesRowsInOrderWithNulls) {
-  Sql("INSERT INTO Festivita VALUES ('2024-12-25', 'Natale', 1), (NULL, 'Città', 0)");
-  store::TableDump dump = store::DumpTable(db, "Festivita");
-  EXPECT_EQ(dump.columns, (std::vector<std::string>{"Data", "Descrizione", "Ricorrente"}));
-  ASSERT_EQ(dump.rows.size(), 2u);
-  EXPECT_EQ(dump.rows[0][0], "2024-12-25");
-  EXPECT_EQ(dump.rows[1][0], std::nullopt);
-  EXPECT_EQ(dump.rows[1][1], "Città");
-  EXPECT_THROW(store::DumpTable(db, "Nessuna"), std::runtime_error);
-}
-
-std::string OpenError(const std::string& connection) {
-  DataVideo db;
-  db.SetConnectionString(connection);
-  try {
-    db.Open();
-  } catch (const std::runtime_error& e) {
-    EXPECT_EQ(db.ConnectionState(), 0);
-    return e.what();
-  }
-  return "opened";
-}
-
-TEST(OpenFailures, DescribeWhatToDo) {
-  TempDir dir;
-  EXPECT_THAT(OpenError(SqliteConnection(dir / "missing" / "v.db")), HasSubstr("does not exist; create it"));
-  EXPECT_FALSE(std::filesystem::exists(dir / "missing"));
-
-  WriteFileBytes(dir / "access.mdb", std::string(4096, 'J'));
-  EXPECT_THAT(OpenError(SqliteConnection(dir / "access.mdb")), HasSubstr("is not a SQLite database"));
-
-  EXPECT_THAT(OpenError(dir.str()), HasSubstr("is a folder"));
-
-  store::CreateDatabase(dir / "damaged.db");
-  std::string bytes = ReadFileBytes(dir / "damaged.db");
-  for (std::size_t i = 100; i < 4096 && i < bytes.size(); ++i) bytes[i] = '\x5A';
-  WriteFileBytes(dir / "damaged.db", bytes);
-  EXPECT_THAT(OpenError(SqliteConnection(dir / "damaged.db")), HasSubstr("is damaged"));
-}
-
-TEST(CreateDatabase, MakesTheStandardTablesAndRefusesAnExistingFile) {
-  TempDir dir;
+// Every command runs on a new database: its standard tables are all there.
+TEST_F(StoreTest, NewDatabaseHasTheStandardTables) {
+  for (const auto& command : store::kCommands)
+    EXPECT_NO_THROW(command.Kind == store::CommandKind::Action ? db.Execute(command.Name)
+                                                               : (void)db.OpenRecordset(command.Name))
+        << command.Name;
   store::CreateDatabase(dir / "new.db");
-  DataVideo db;
-  db.SetConnectionString((dir / "new.db").string());
-  db.Open();
-  EXPECT_EQ(store::DumpTable(db, "Ingressi").columns.at(0), "NumeroIngresso");
   EXPECT_THROW(store::CreateDatabase(dir / "new.db"), std::runtime_error);
-  EXPECT_NE(store::SchemaSql().find("CREATE TABLE Festivita"), std::string_view::npos);
 }
 
-TEST(EnsureOpen, OpensWithTheHeldStringReportsAndRaisesNoEvent) {
-  TempDir dir;
-  DataVideo db;
-  RecordingSink form;
-  EXPECT_EQ(db.ConnectionString(), DataVideo::kDesignTimeConnection);
-  db.SetConnectionString(SqliteConnection(dir / "auto.db"));
-  db.EnsureOpen(&form, "SaveVideoSentrovaDB");
-  EXPECT_EQ(form.lines, std::vector<std::string>{"SaveVideoSentrovaDB: Attenzione il DB era chiuso ed è stato aperto"});
-  EXPECT_EQ(db.ConnectionState(), 1);
-  EXPECT_EQ(db.StatoDB, cDbAperto);
-  EXPECT_TRUE(std::filesystem::exists(dir / "auto.db"));
+// Opening on the link's request reports a failure as "OpenDB: " and what to
+// do, and raises no state event. The data procedures open a closed database
+// themselves, saying so, and set the state without the event either.
+TEST(OpenDB, FailuresTellWhatToDoAndDataProceduresOpenWithoutAnEvent) {
+  LinkFixture link(0);
+  const std::filesystem::path damaged = link.dir() / "damaged.db", access = link.dir() / "access.mdb";
+  store::CreateDatabase(damaged);
+  std::string bytes = ReadFileBytes(damaged);
+  for (std::size_t i = 100; i < 4096 && i < bytes.size(); ++i) bytes[i] = '\x5A';
+  WriteFileBytes(damaged, bytes);
+  WriteFileBytes(access, std::string(4096, 'J'));
+  const std::pair<std::string, const char*> cases[] = {
+      {"Provider=Microsoft.Jet.OLEDB.4.0;Data Source=VideoSentrova.mdb;Jet OLEDB:Database Password=x;",
+       "opens Access databases, which are not available here; the providers that exist are SQLite"},
+      {"Provider=SQLite;Data Source=" + (link.dir() / "missing" / "v.db").string(),
+       "does not exist; create it or give another Data Source"},
+      {damaged.string(), "is damaged (database disk image is malformed); restore it from a copy"},
+      {access.string(), "is not a SQLite database"},
+      {link.dir().str(), "is a folder; give the path of a database file"}};
+  for (const auto& [connection, advice] : cases) {
+    link.debug.clear();
+    link.form().StringaConnDB(connection);
+    link.form().OpenDB();
+    EXPECT_THAT(link.debug, ElementsAre(AllOf(StartsWith("OpenDB: "), HasSubstr(advice)))) << connection;
+    EXPECT_EQ(link.db().ConnectionState(), 0);
+  }
+  EXPECT_FALSE(std::filesystem::exists(link.dir() / "missing"));
 
-  db.SetConnectionString(SqliteConnection(dir / "other.db"));
-  db.EnsureOpen(&form, "LoadDataFromDB");
-  db.Open();  // already open: the new string waits for the next opening
-  EXPECT_EQ(form.lines.size(), 1u);
-  EXPECT_FALSE(std::filesystem::exists(dir / "other.db"));
+  link.debug.clear();
+  link.db().SetConnectionString((link.dir() / "v.db").string());
+  for (int time = 0; time < 2; ++time) {
+    std::vector<std::string> Dati{"", "{}Ingressi{}0{}1{}3\r\n"};
+    store::SaveVideoSentrovaDB(Dati, link.db(), &link.form());
+  }
+  EXPECT_THAT(link.debug, ElementsAre("SaveVideoSentrovaDB: Attenzione il DB era chiuso ed è stato aperto"));
+  EXPECT_EQ(link.db().StatoDB, cDbAperto);
+  EXPECT_EQ(store::DumpTable(link.db(), "Ingressi").rows.size(), 1u);
+  EXPECT_TRUE(link.dbStates.empty());
 }
 
 }  // namespace

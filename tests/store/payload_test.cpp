@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "store/download.h"
 #include "store/payload.h"
 #include "store_fixture.h"
 
@@ -8,114 +9,115 @@ namespace camrelay::test {
 namespace {
 
 using store::LoadDataFromDB;
-using store::LoadProgCamEventsFromDB;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
-std::string Element(int index, const std::string& body) {
+std::string Element(std::size_t index, const std::string& body) {
   return "{}" + std::to_string(index) + "{}" + std::to_string(body.size()) + "\r\n" + body;
 }
 
 using PayloadTest = StoreTest;
 
-TEST_F(PayloadTest, EmptyTablesStillTakeOneElementEach) {
+// Every table takes an element of its own, empty ones included.
+TEST_F(PayloadTest, RecordLineCarriesEveryFieldWithItsType) {
+  Sql("INSERT INTO Ingressi VALUES (1, 'Porta – Città', 1, 0, NULL, 2, 0, 1, 'allarme.wav', '');"
+      "INSERT INTO ImpostazioniVideo VALUES ('PAL', NULL, 80, 30, 0, '1899-12-30 22:00:00', '1899-12-30', 1, "
+      "'2024-03-05 14:05:09')");
   std::vector<std::string> Dati{"stale"};
   LoadDataFromDB(Dati, db, &form, "123456");
-  EXPECT_THAT(Dati, ElementsAre("AA{}6{}01{}123456", "{}1{}0\r\n", "{}2{}0\r\n", "{}3{}0\r\n", "{}4{}0\r\n",
-                                "{}5{}0\r\n", "{}6{}0\r\n"));
+  EXPECT_THAT(Dati, ElementsAre("AA{}6{}01{}123456",
+                                Element(1, "{}Ingressi{}9{}1{}3{}Porta \x96 Citt\xE0{}202{}Vero{}11{}Falso{}11"
+                                           "{}{NULL}{}3{}2{}3{}Falso{}11{}Vero{}11{}allarme.wav{}202{}{}203\r\n"),
+                                "{}2{}0\r\n", "{}3{}0\r\n", "{}4{}0\r\n", "{}5{}0\r\n",
+                                Element(6, "{}ImpostazioniVideo{}8{}PAL{}202{}{NULL}{}202{}80{}3{}30{}3{}Falso{}11"
+                                           "{}22:00:00{}7{}00:00:00{}7{}Vero{}11{}05/03/2024 14:05:09{}7\r\n")));
   EXPECT_TRUE(form.lines.empty());
-}
-
-TEST_F(PayloadTest, RecordLineCarriesEveryFieldWithItsType) {
-  Sql("INSERT INTO Ingressi VALUES (1, 'Porta – Città', 1, 0, NULL, 2, 0, 1, 'allarme.wav', '')");
-  Sql("INSERT INTO ImpostazioniVideo VALUES ('PAL', NULL, 80, 30, 0, '1899-12-30 22:00:00', '06:30:00', 1, "
-      "'2024-03-05')");
-  std::vector<std::string> Dati;
-  LoadDataFromDB(Dati, db, &form, "C");
-  ASSERT_EQ(Dati.size(), 7u);
-  EXPECT_EQ(Dati[1], Element(1,
-                             "{}Ingressi{}9{}1{}3{}Porta \x96 Citt\xE0{}202{}Vero{}11{}Falso{}11{}{NULL}{}3{}2{}3"
-                             "{}Falso{}11{}Vero{}11{}allarme.wav{}202{}{}203\r\n"));
-  EXPECT_EQ(Dati[6], Element(6,
-                             "{}ImpostazioniVideo{}8{}PAL{}202{}{NULL}{}202{}80{}3{}30{}3{}Falso{}11"
-                             "{}22:00:00{}7{}06:30:00{}7{}Vero{}11{}05/03/2024{}7\r\n"));
 }
 
 // Records are never split: an element is closed by the record line that
 // takes it past 3072 bytes, and every table starts an element of its own.
+// The lines here are 1024 bytes: three fill 3072 without passing it.
 TEST_F(PayloadTest, ElementsCloseAfterTheLineThatPassesTheLimit) {
   for (int rows : {4, 9}) {
-    Sql("DELETE FROM Ingressi");
-    for (int i = 0; i < rows; ++i)
-      Sql("INSERT INTO Ingressi (NumeroIngresso, Note) VALUES (" + std::to_string(i) + ", '" +
-          std::string(800, 'x') + "')");
+    Sql("DELETE FROM Ingressi; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+        std::to_string(rows) + ") INSERT INTO Ingressi (NumeroIngresso, Note) SELECT i, printf('%904s', 'x') FROM n");
     std::vector<std::string> Dati;
     LoadDataFromDB(Dati, db, &form, "C");
     std::vector<std::string> bodies = Bodies(Dati);
-    // 4 lines of ~920 bytes pass the limit; after 4 rows the next element
-    // stays empty, after 9 it holds the ninth.
-    std::vector<std::size_t> lines{4, rows == 4 ? 0u : 4u};
-    if (rows == 9) lines.push_back(1);
-    ASSERT_EQ(Dati.size(), 1 + lines.size() + 5) << rows;
-    EXPECT_EQ(Dati[0], "AA{}" + std::to_string(Dati.size() - 1) + "{}01{}C");
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-      const std::string& body = bodies[i + 1];
-      EXPECT_EQ(Dati[i + 1], Element(static_cast<int>(i + 1), body));
-      std::size_t count = 0;
-      for (std::size_t at = body.find("{}Ingressi{}"); at != std::string::npos; at = body.find("{}Ingressi{}", at + 1))
-        ++count;
-      EXPECT_EQ(count, lines[i]) << rows << " rows, element " << i + 1;
-      if (count == 4) {
-        EXPECT_GT(body.size(), 3072u);
-        EXPECT_LE(body.rfind("{}Ingressi{}"), 3072u);
-      }
-      if (count > 0) {
-        EXPECT_TRUE(body.ends_with("\r\n"));
-      }
-    }
+    auto sizes = rows == 4 ? std::vector<std::size_t>{4096, 0} : std::vector<std::size_t>{4096, 4096, 1024};
+    ASSERT_EQ(Dati.size(), sizes.size() + 6) << rows;
+    for (std::size_t i = 0; i < sizes.size(); ++i)
+      EXPECT_EQ(bodies[i + 1].size(), sizes[i]) << rows << " rows, element " << i + 1;
   }
 }
 
+// An existing database is used as it is: its own columns are sent.
 TEST_F(PayloadTest, TablesOfTheDatabaseRuleAndAMissingOneIsReported) {
+  Sql("DROP TABLE Ingressi; DROP TABLE MMS; CREATE TABLE Ingressi (Nome TEXT(5), Valore LONG);"
+      "INSERT INTO Ingressi VALUES ('a', 7)");
   db.Close();
-  {
-    store::DataVideo own;
-    own.SetConnectionString((dir / "own.db").string());
-    own.Open();
-    store::Exec(own.Handle(), "DROP TABLE Ingressi; DROP TABLE MMS; CREATE TABLE Ingressi (Nome TEXT(5), Valore LONG);"
-                              "INSERT INTO Ingressi VALUES ('a', 7)");
-  }
-  db.SetConnectionString((dir / "own.db").string());
   std::vector<std::string> Dati;
   LoadDataFromDB(Dati, db, &form, "C");
-  ASSERT_EQ(Dati.size(), 7u);
-  EXPECT_EQ(Dati[1], Element(1, "{}Ingressi{}1{}a{}202{}7{}3\r\n"));
-  EXPECT_EQ(Dati[2], "{}2{}0\r\n");
+  EXPECT_THAT(Dati, ElementsAre("AA{}6{}01{}C", Element(1, "{}Ingressi{}1{}a{}202{}7{}3\r\n"), "{}2{}0\r\n",
+                                "{}3{}0\r\n", "{}4{}0\r\n", "{}5{}0\r\n", "{}6{}0\r\n"));
   EXPECT_THAT(form.lines, ElementsAre("LoadDataFromDB: Attenzione il DB era chiuso ed è stato aperto",
                                       "LoadDataFromDB: no such table: MMS"));
-  EXPECT_EQ(db.StatoDB, cDbAperto);
-}
-
-TEST_F(PayloadTest, DatabaseThatCannotOpenLeavesOnlyTheStart) {
+  // A database that cannot be opened leaves nothing but the start.
   db.Close();
   db.SetConnectionString("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=VideoSentrova.mdb");
-  std::vector<std::string> Dati;
   LoadDataFromDB(Dati, db, &form, "C");
   EXPECT_THAT(Dati, ElementsAre("AA"));
-  ASSERT_EQ(form.lines.size(), 2u);
-  EXPECT_THAT(form.lines[1], HasSubstr("LoadDataFromDB: the provider Microsoft.Jet.OLEDB.4.0"));
-  EXPECT_EQ(db.StatoDB, cDbChiuso);
 }
 
-TEST_F(PayloadTest, CameraEventProgrammingSendsBothTablesAlways) {
-  std::vector<std::string> Dati;
-  LoadProgCamEventsFromDB(Dati, db, &form, "9");
-  EXPECT_THAT(Dati, ElementsAre("AA{}2{}55{}9", "{}1{}0\r\n", "{}2{}0\r\n"));
-
+TEST_F(PayloadTest, CameraEventProgrammingSendsBothTables) {
   Sql("INSERT INTO Festivita VALUES ('2024-12-25', 'Natale', 1)");
-  LoadProgCamEventsFromDB(Dati, db, &form, "9");
+  std::vector<std::string> Dati;
+  store::LoadProgCamEventsFromDB(Dati, db, &form, "9");
   EXPECT_THAT(Dati, ElementsAre("AA{}2{}55{}9", "{}1{}0\r\n",
                                 Element(2, "{}Festivita{}2{}25/12/2024{}7{}Natale{}202{}Vero{}11\r\n")));
+}
+
+using RoundTrip = StoreTest;
+
+// A programming read from one database and stored into another, whose old
+// programming (one row in every table) must go, leaves the same rows.
+TEST_F(RoundTrip, ProgrammingSentAndStoredComesOutTheSame) {
+  Sql(R"sql(
+    WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 100000)
+    INSERT INTO Ingressi SELECT i, 'Ingresso ' || i || ' – Città', i % 2, (i / 2) % 2,
+      CASE WHEN i % 7 = 0 THEN NULL ELSE i % 60 END, i % 4, 0, 1,
+      CASE WHEN i % 3 = 0 THEN NULL ELSE 'msg' || (i % 10) || '.wav' END,
+      CASE WHEN i % 5 = 0 THEN '' ELSE NULL END FROM n;
+    INSERT INTO MMS VALUES (1, 'Allarme è scattato', replace(hex(zeroblob(2500)), '00', 'zz'), 3, 2, '640x480',
+      'internet.it', 'http://mms.example.it/servlets/mms', NULL, NULL);
+    INSERT INTO NumTel VALUES (1, 'Niccolò Rossi', '+39 333 1234567', 1, 0, 1, 3), (2, NULL, '', 0, 0, 0, NULL);
+    INSERT INTO CanaliVideo VALUES (1, 'Cancello «nord»', 1, '352x288', 75, 12.5, 50, -3, 5, 10),
+      (2, NULL, 0, NULL, NULL, NULL, NULL, NULL, NULL, NULL);
+    INSERT INTO Alimentazione VALUES (1, 'Mancanza rete', 1, 0.1 + 0.2, 30, 1, 1, 'rete.wav'),
+      (2, 'Batteria bassa', 0, 11.8, NULL, 0, 0, NULL);
+    INSERT INTO ImpostazioniVideo VALUES ('PAL', '704x576', 80, 30, 1, '1899-12-30 22:00:00', '1899-12-30',
+      0, '2024-03-05 14:05:09'), ('NTSC', NULL, NULL, NULL, 0, NULL, NULL, 1, '2024-03-05');
+  )sql");
+  store::DataVideo b;
+  b.SetConnectionString((dir / "b.db").string());
+  b.Open();
+  store::Exec(b.Handle(), "INSERT INTO Ingressi (NumeroIngresso) VALUES (9); INSERT INTO MMS (Oggetto) VALUES ('old');"
+              "INSERT INTO NumTel (Posizione) VALUES (9); INSERT INTO CanaliVideo (Canale) VALUES (9); INSERT INTO "
+              "Alimentazione (Evento) VALUES (9); INSERT INTO ImpostazioniVideo (FormatoVideo) VALUES ('old')");
+
+  std::vector<std::string> payload;
+  store::LoadDataFromDB(payload, db, &form, "C");
+  std::vector<std::string> received = Bodies(payload);
+  store::SaveVideoSentrovaDB(received, b, &form);
+
+  EXPECT_TRUE(form.lines.empty()) << form.lines.front();
+  for (const auto& programming : store::kProgrammingTables) {
+    std::string table(programming.Table);
+    store::TableDump sent = store::DumpTable(db, table), stored = store::DumpTable(b, table);
+    EXPECT_EQ(stored.columns, sent.columns) << table;
+    ASSERT_EQ(stored.rows.size(), sent.rows.size()) << table;
+    for (std::size_t r = 0; r < sent.rows.size(); ++r) ASSERT_EQ(stored.rows[r], sent.rows[r]) << table << " row " << r;
+  }
+  EXPECT_EQ(store::DumpTable(b, "Ingressi").rows.size(), 100000u);
 }
 
 }  // namespace

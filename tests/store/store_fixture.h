@@ -4,15 +4,19 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "link/debug_sink.h"
 #include "store/DataVideo.h"
+#include "store/dump.h"
 #include "store/sqlite_util.h"
 #include "temp_dir.h"
 
 namespace camrelay::test {
+
+using Row = std::vector<std::optional<std::string>>;
 
 class RecordingSink : public DebugSink {
  public:
@@ -20,17 +24,19 @@ class RecordingSink : public DebugSink {
   std::vector<std::string> lines;
 };
 
-inline std::string SqliteConnection(const std::filesystem::path& file) {
-  return "Provider=SQLite;Data Source=" + file.string();
-}
-
 class StoreTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    db.SetConnectionString(SqliteConnection(dir / "VideoSentrova.db"));
+    db.SetConnectionString("Provider=SQLite;Data Source=" + (dir / "VideoSentrova.db").string());
     db.Open();
   }
   void Sql(const std::string& sql) { store::Exec(db.Handle(), sql); }
+  // The first fields of each row of a table.
+  std::vector<Row> Rows(const std::string& table, std::size_t fields = 99) {
+    std::vector<Row> rows = store::DumpTable(db, table).rows;
+    for (Row& row : rows) row.resize(std::min(fields, row.size()));
+    return rows;
+  }
 
   TempDir dir;
   store::DataVideo db;
