@@ -1,7 +1,8 @@
-// What the component uploads, built with its own builders where it has them,
-// must come out of the unit exactly as it went in.
+// What the component uploads must come out of the unit exactly as it went
+// in, and the unit's string answers must survive the component's join.
 #include "session_fixture.h"
 
+#include "camrelay-unit/folder_content.h"
 #include "files/firmware.h"
 #include "link/frmClient.h"
 #include "temp_dir.h"
@@ -9,110 +10,62 @@
 namespace camrelay::unit::test {
 namespace {
 
-class UploadTest : public SessionTest {
- protected:
-  // Feeds a whole upload as the component sends it, element 0 with the
-  // code, and returns the answer to each element.
-  std::vector<Messages> Feed(const std::vector<std::string>& elements) {
-    std::vector<Messages> answers;
-    for (const auto& element : elements) answers.push_back(Send(element));
-    return answers;
-  }
-};
+using Stored = std::vector<std::string>;
 
-TEST_F(UploadTest, ProgrammingIsPlacedByIndexAndStoredOnce) {
+TEST_F(SessionTest, UploadedRecordsArePlacedByTheirOwnIndexAndStoredOnce) {
+  const auto upload = Elements(3);
+  Stored bodies{""};
+  for (int i = 1; i <= 3; ++i) bodies.push_back(upload[i].substr(upload[i].find("\r\n") + 2));
+  const auto records = [](const Stored& dati) { return Stored(dati.begin() + 1, dati.end()); };
   Start(false);
-  std::vector<std::string> upload = Elements(3);
-  upload[0] = Request("01", 3);
-  const auto answers = Feed(upload);
-  EXPECT_EQ(answers, (std::vector<Messages>{{"AA{}3{}01"}, {"OK"}, {"OK"}, {"OK"}}));
+  EXPECT_EQ(Send(Request("01", 3)), Messages{"AA{}3{}01"});
+  for (int i : {3, 1, 2}) EXPECT_EQ(Send(upload[i]), Messages{"OK"}) << "element " << i;
   ASSERT_EQ(content.storedProgrammazione.size(), 1u);
-  const auto& dati = content.storedProgrammazione[0];
-  ASSERT_EQ(dati.size(), 4u);
-  EXPECT_EQ(dati[2], "{}Registro_eventi{}0{}2{}3\r\n");
-  // The acknowledgement of the last element was lost: the resend is answered
-  // again and stores nothing more.
-  EXPECT_EQ(Send("13{}01{}3{}" + upload[3]), Messages{"13{}01{}3{}OK"});
+  EXPECT_EQ(records(content.storedProgrammazione[0]), records(bodies));
+  EXPECT_EQ(Send("13{}01{}3{}" + upload[2]), Messages{"13{}01{}3{}OK"}) << "the last acknowledgement was lost";
   EXPECT_EQ(content.storedProgrammazione.size(), 1u);
-}
-
-TEST_F(UploadTest, AResentElementLandsInItsOwnPlace) {
-  Start(false);
-  std::vector<std::string> upload = Elements(3);
+  // Element 2 never arrived and comes again with a probe.
   Send(Request("55", 3));
   Send(upload[1]);
-  // Element 2 never reached the unit; the component sends it again.
   EXPECT_EQ(Send("13{}55{}2{}" + upload[2]), Messages{"13{}55{}2{}OK"});
   EXPECT_EQ(Send(upload[3]), Messages{"OK"});
   ASSERT_EQ(content.storedProgCamEvents.size(), 1u);
-  EXPECT_EQ(content.storedProgCamEvents[0][2], "{}Registro_eventi{}0{}2{}3\r\n");
+  EXPECT_EQ(records(content.storedProgCamEvents[0]), records(bodies));
 }
 
-TEST_F(UploadTest, FirmwareComesOutByteForByte) {
+TEST_F(SessionTest, FilesAreJoinedByFileAndChunkNumbers) {
+  Start(false);
+  for (const char* element : {"AA{}6{}05{}123456", "{}3{}2{}2{}\r\n", "{}1{}1{}a.wav\r\n", "{}3{}1{}1{}x",
+                              "{}1{}1{}3{}abc", "{}3{}2{}b.wav\r\n", "{}"})
+    Send(element);
+  EXPECT_EQ(content.voiceFiles, (std::map<std::string, std::string>{{"a.wav", "abc"}, {"b.wav", "x\r\n"}}));
+  // Firmware as the component's own builder cuts it.
   camrelay::test::TempDir dir;
   for (std::size_t size : {std::size_t{3073}, std::size_t{3072}, std::size_t{0}}) {
     std::string bytes;
     for (std::size_t i = 0; i < size; ++i) bytes.push_back(static_cast<char>(i * 7 % 256));
     camrelay::test::WriteFileBytes(dir / "fw.bin", bytes);
-    std::vector<std::string> upload;
+    Stored upload;
     store::LoadFileAgg(upload, nullptr, requests::CryptData("123456"), (dir / "fw.bin").string());
     content.firmware.clear();
     Start(false);
-    const auto answers = Feed(upload);
-    EXPECT_EQ(answers.front(), Messages{"AA{}" + std::to_string(upload.size() - 1) + "{}10"});
-    EXPECT_EQ(answers.back(), Messages{"OK"});
-    ASSERT_EQ(content.firmware.count("fw.bin"), 1u) << size << " bytes";
-    EXPECT_EQ(content.firmware["fw.bin"], bytes) << size << " bytes";
+    Messages answer;
+    for (const auto& element : upload) answer = Send(element);
+    EXPECT_EQ(answer, Messages{"OK"});
+    EXPECT_EQ(content.firmware, (std::map<std::string, std::string>{{"fw.bin", bytes}})) << size << " bytes";
   }
 }
 
-TEST_F(UploadTest, BusyHoldsTheFinalAcknowledgementOfAFirmware) {
-  settings.busyPct = 100;
-  Start(false);
-  const auto answers = Feed({Request("10", 3), "{}1{}1{}fw.bin\r\n", "{}1{}1{}2{}ab", "{}"});
-  EXPECT_EQ(answers, (std::vector<Messages>{{"AA{}3{}10"}, {"OK"}, {"OK"}, {"BS", "OK"}}));
-  EXPECT_EQ(content.firmware["fw.bin"], "ab");
-}
-
-TEST_F(UploadTest, VoiceMessagesKeepTheirFileNumbersAndNames) {
-  Start(false);
-  Feed({Request("05", 6), "{}1{}1{}a.wav\r\n", "{}1{}1{}3{}abc", "{}3{}2{}b.wav\r\n", "{}3{}1{}1{}x",
-        "{}3{}2{}2{}\r\n", "{}"});
-  EXPECT_EQ(content.voiceFiles, (std::map<std::string, std::string>{{"a.wav", "abc"}, {"b.wav", "x\r\n"}}));
-}
-
-TEST_F(UploadTest, ACommandIsJoinedFromItsChunks) {
-  // TCP: the first chunk rides in the opening.
-  Start(true);
-  EXPECT_EQ(Feed({Request("50", 1) + "{}ACCENDI \r\n", "{}LUCE\r\n"}), (std::vector<Messages>{{"AA{}1{}50"}, {"OK"}}));
-  EXPECT_EQ(content.lastCommand, "ACCENDI LUCE");
-  EXPECT_EQ(Send(Request("50") + "{}SPEGNI\r\n"), Messages{"OK"}) << "one chunk: nothing follows the opening";
-  EXPECT_EQ(content.lastCommand, "SPEGNI");
-  // UDP: the opening carries only the code, a lone "{}" closes the chunks.
-  Start(false);
-  Feed({Request("50", 3), "{}A{}B\r\n", "{}C\r\n", "{}"});
-  EXPECT_EQ(content.lastCommand, "A{}BC");
-}
-
-// What the component makes of a string answer: its own join of the packets.
-std::string Joined(const std::string& acceptance, const std::vector<std::string>& packets, bool tcp) {
-  std::vector<std::string> collected{acceptance};
-  collected.insert(collected.end(), packets.begin(), packets.end());
-  return link::CreaStringaComando(collected, tcp ? sckTCPProtocol : sckUDPProtocol);
-}
-
-TEST_F(UploadTest, ACommandRequestIsAnsweredWithAStringTheComponentJoins) {
-  for (bool tcp : {false, true}) {
-    Start(tcp);
-    std::vector<std::string> upload = tcp ? std::vector<std::string>{Request("52") + "{}VERSIONE?\r\n"}
-                                          : std::vector<std::string>{Request("52", 2), "{}VERSIONE?\r\n", "{}"};
-    const Messages acceptance = Feed(upload).back();
-    ASSERT_EQ(acceptance.size(), 1u);
-    std::vector<std::string> packets;
-    for (Messages got = Send("OK{}51"); !got.empty() && got[0].rfind("{}", 0) == 0; got = Send("OK"))
-      packets.push_back(got[0]);
-    EXPECT_EQ(Joined(acceptance[0], packets, tcp), "VERSIONE:camrelay-unit 1.0") << (tcp ? "TCP" : "UDP");
-  }
+TEST(FolderContent, ReceivedFilesKeepTheirBytesAndStayInTheirFolder) {
+  Log log{Log::Quiet};
+  camrelay::test::TempDir dir;
+  FolderContent folder{dir.path(), log};
+  const std::string bytes("\0\xff\r\n{}", 6);
+  EXPECT_TRUE(folder.StoreVoiceMessage("Citt\xe0.wav", bytes));
+  EXPECT_EQ(camrelay::test::ReadFileBytes(dir / "Audio" / "Città.wav"), bytes);
+  EXPECT_FALSE(folder.StoreFirmware("../escape.bin", bytes));
+  EXPECT_FALSE(std::filesystem::exists(dir.path() / "escape.bin"));
+  EXPECT_FALSE(folder.MediaFile("../VideoSentrova.db"));
 }
 
 TEST(StringTransfer, LongAnswersSurviveTheComponentsJoin) {
@@ -120,11 +73,14 @@ TEST(StringTransfer, LongAnswersSurviveTheComponentsJoin) {
   // UDP join would drop.
   for (bool tcp : {false, true}) {
     const std::size_t chunk = tcp ? kStringChunkTcp : kStringChunkUdp;
-    for (std::size_t length : {std::size_t{1} + chunk, 2 * chunk + 1, 2 * chunk, std::size_t{2}}) {
+    for (std::size_t length : {chunk + 1, 2 * chunk + 1, 2 * chunk, std::size_t{2}}) {
       std::string text;
       for (std::size_t i = 0; i < length; ++i) text.push_back(static_cast<char>('a' + i % 26));
       const Transfer t = StringTransfer(text, tcp);
-      EXPECT_EQ(Joined(t.acceptance, t.packets, tcp), text) << length << (tcp ? " TCP" : " UDP");
+      Stored collected{t.acceptance};
+      collected.insert(collected.end(), t.packets.begin(), t.packets.end());
+      EXPECT_EQ(link::CreaStringaComando(collected, tcp ? sckTCPProtocol : sckUDPProtocol), text)
+          << length << (tcp ? " TCP" : " UDP");
     }
   }
 }
