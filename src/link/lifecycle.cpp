@@ -11,6 +11,18 @@
 
 namespace camrelay::link {
 
+namespace {
+
+// A closed socket of the given transport, pointed at the unit.
+void AimSocket(Socket& socket, int protocol, const std::string& host, int port) {
+  socket.setProtocol(protocol);
+  socket.close();
+  socket.setRemoteHost(host);
+  socket.setRemotePort(port);
+}
+
+}  // namespace
+
 frmClient::frmClient(std::shared_ptr<Platform> platform, std::shared_ptr<store::DataVideo> db)
     : platform_(std::move(platform)), db_(std::move(db)) {
   Winsock1 = platform_->makeSocket();
@@ -57,20 +69,14 @@ void frmClient::WskProtocol(int vProtocol) {
       TimeOutLungo = 60000;
       Panel.height = panel::kHeightTCP;
       Panel.sendRowVisible = false;
-      Winsock1->setProtocol(sckTCPProtocol);
-      Winsock1->close();
-      Winsock1->setRemoteHost(IpAddressRemote);
-      Winsock1->setRemotePort(RemoteAddrPort);
+      AimSocket(*Winsock1, sckTCPProtocol, IpAddressRemote, RemoteAddrPort);
     } else if (vProtocol == sckUDPProtocol) {
       TimeOutBreve = 750;
       TimeOutLungo = 1000;
       TentativiTimeOutMax = 15;
       Panel.height = panel::kHeightUDP;
       Panel.sendRowVisible = true;
-      Winsock1->setProtocol(sckUDPProtocol);
-      Winsock1->close();
-      Winsock1->setRemoteHost(IpAddressRemote);
-      Winsock1->setRemotePort(RemoteAddrPort);
+      AimSocket(*Winsock1, sckUDPProtocol, IpAddressRemote, RemoteAddrPort);
       Winsock1->setLocalPort(LocalAddrPort);
       Winsock1->bind(LocalAddrPort);
     }
