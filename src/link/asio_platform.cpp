@@ -71,13 +71,22 @@ class AsioSocket : public Socket {
     }
     return state_ == sckClosed ? localPort_ : 0;
   }
+  // The address this machine uses towards the unit: a UDP socket bound to
+  // every interface has none of its own, so the route to the unit tells.
   std::string localIP() const override {
     error_code ec;
     if (protocol_ == 0 && tcp_.is_open()) {
       auto ep = tcp_.local_endpoint(ec);
       if (!ec) return ep.address().to_string();
     }
-    return asio::ip::host_name(ec);
+    asio::ip::udp::socket probe(io_);
+    const auto remote = asio::ip::make_address(remoteHost_, ec);
+    if (!ec) probe.connect({remote, static_cast<unsigned short>(remotePort_)}, ec);
+    if (!ec) {
+      auto ep = probe.local_endpoint(ec);
+      if (!ec) return ep.address().to_string();
+    }
+    return "0.0.0.0";
   }
   std::string peerIP() const override { return peer_.address().to_string(); }
   int peerPort() const override { return peer_.port(); }

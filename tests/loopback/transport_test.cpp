@@ -101,6 +101,7 @@ TEST(Loopback, UdpSendsEachMessageAsOneBareDatagram) {
   udp::socket peer(serverIo, {kLoopback, 0});
   RealLink client(1, peer.local_endpoint().port());
   ASSERT_EQ(client.form->Winsock1->state(), link::sckOpen);
+  EXPECT_EQ(client.form->Panel.lblLocalIp, "Indirizzo IP locale: 127.0.0.1");  // the route to the unit
 
   const std::string bytes = AllByteValues();
   std::array<char, 2048> buffer{};
