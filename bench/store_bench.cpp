@@ -145,17 +145,19 @@ double StoreLog(const fs::path& file) {
   store::DataVideo db;
   OpenFresh(db, file);
   double seconds = Timed([&] { store::SaveVideoSentrovaDB(Dati, db, nullptr); });
-  store::Statement count = store::Prepare(db.Handle(), "SELECT count(*) FROM Registro_eventi");
-  Check(sqlite3_step(count.get()) == SQLITE_ROW && sqlite3_column_int(count.get(), 0) == kLogLines, "rows stored");
+  Check(db.OpenTable("Registro_eventi").RecordCount() == kLogLines, "rows stored");
   return seconds;
 }
 
 double RawInsert(const fs::path& file) {
   std::vector<LogRow> rows;
   for (int i = 0; i < kLogLines; ++i) rows.push_back(Row(i));
-  store::DataVideo db;
-  OpenFresh(db, file);
-  sqlite3* handle = db.Handle();
+  {
+    store::DataVideo db;
+    OpenFresh(db, file);
+  }
+  sqlite3* handle = nullptr;
+  Check(sqlite3_open(file.c_str(), &handle) == SQLITE_OK, "database opened");
   return Timed([&] {
     store::Exec(handle, "BEGIN");
     store::Statement insert = store::Prepare(

@@ -1,17 +1,24 @@
-# Builds schema/*.sql into the library as the text that SchemaSql() returns,
-# so that an installed library creates databases without the source tree.
-# The text is written as byte values: any SQL, quotes and all, goes through.
-file(GLOB CAMRELAY_SCHEMA_FILES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/schema/*.sql)
-list(SORT CAMRELAY_SCHEMA_FILES)
-# Editing a schema file runs the configuration again, which regenerates.
-set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CAMRELAY_SCHEMA_FILES})
+# Builds the schema files into the library as the texts that SchemaSql()
+# (schema/*.sql, for SQLite) and PostgresSchemaSql() (schema/postgresql/*.sql)
+# return, so that an installed library creates databases without the source
+# tree. The text is written as byte values: any SQL, quotes and all, goes
+# through.
+function(camrelay_schema_bytes folder out_var)
+  file(GLOB schema_files CONFIGURE_DEPENDS ${folder}/*.sql)
+  list(SORT schema_files)
+  # Editing a schema file runs the configuration again, which regenerates.
+  set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${schema_files})
+  set(bytes "")
+  foreach(schema_file ${schema_files})
+    file(READ ${schema_file} schema_hex HEX)
+    string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," schema_hex "${schema_hex}")
+    string(APPEND bytes "${schema_hex}0x0a,")
+  endforeach()
+  set(${out_var} "${bytes}" PARENT_SCOPE)
+endfunction()
 
-set(CAMRELAY_SCHEMA_BYTES "")
-foreach(schema_file ${CAMRELAY_SCHEMA_FILES})
-  file(READ ${schema_file} schema_hex HEX)
-  string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," schema_hex "${schema_hex}")
-  string(APPEND CAMRELAY_SCHEMA_BYTES "${schema_hex}0x0a,")
-endforeach()
+camrelay_schema_bytes(${PROJECT_SOURCE_DIR}/schema CAMRELAY_SCHEMA_BYTES)
+camrelay_schema_bytes(${PROJECT_SOURCE_DIR}/schema/postgresql CAMRELAY_POSTGRES_SCHEMA_BYTES)
 
 set(CAMRELAY_SCHEMA_SOURCE ${PROJECT_BINARY_DIR}/generated/schema_sql.cpp)
 file(CONFIGURE OUTPUT ${CAMRELAY_SCHEMA_SOURCE} CONTENT [=[
@@ -21,9 +28,14 @@ file(CONFIGURE OUTPUT ${CAMRELAY_SCHEMA_SOURCE} CONTENT [=[
 namespace camrelay::store {
 namespace {
 constexpr unsigned char kSchema[] = {@CAMRELAY_SCHEMA_BYTES@ 0};
+constexpr unsigned char kPostgresSchema[] = {@CAMRELAY_POSTGRES_SCHEMA_BYTES@ 0};
 }  // namespace
 
 std::string_view SchemaSql() { return {reinterpret_cast<const char*>(kSchema), sizeof kSchema - 1}; }
+
+std::string_view PostgresSchemaSql() {
+  return {reinterpret_cast<const char*>(kPostgresSchema), sizeof kPostgresSchema - 1};
+}
 
 }  // namespace camrelay::store
 ]=] @ONLY)

@@ -11,6 +11,8 @@
 
 #include "camrelay/enums.h"
 #include "store/Recordset.h"
+#include "store/backend.h"
+#include "store/connection.h"
 
 namespace camrelay {
 class DebugSink;
@@ -34,30 +36,32 @@ struct Command {
 
 // The commands in the order the connection holds them. The download store
 // finds a record's table among them by name, taking no "Del_" command, so the
-// list names every table, even those the component never reads. The delete
-// and update texts are in SQLite's dialect (no "*" after DELETE, no table
-// before the column, 0 for False). "Del_alimentazione" keeps its lower-case
-// "a": hosts name the command so.
+// list names every table, even those the component never reads. The texts
+// that are SQL are written so that both engines read them alike (identifiers
+// in double quotes, no "*" after DELETE, FALSE for False); events of one
+// moment keep the order they arrived in. "Del_alimentazione" keeps its
+// lower-case "a": hosts name the command so.
 inline constexpr std::array<Command, 19> kCommands{{
     {"Ingressi", CommandKind::Table, "`Ingressi`", "Ingressi"},
     {"CanaliVideo", CommandKind::Table, "`CanaliVideo`", "CanaliVideo"},
     {"NumTel", CommandKind::Table, "`NumTel`", "NumTel"},
-    {"Registro_eventi", CommandKind::Query, "SELECT * FROM Registro_eventi ORDER BY [DataOra]", "Registro_eventi"},
+    {"Registro_eventi", CommandKind::Query,
+     "SELECT * FROM \"Registro_eventi\" ORDER BY \"DataOra\", \"IdRegistro\"", "Registro_eventi"},
     {"MMS", CommandKind::Table, "`MMS`", "MMS"},
     {"Alimentazione", CommandKind::Table, "`Alimentazione`", "Alimentazione"},
     {"ImpostazioniVideo", CommandKind::Table, "`ImpostazioniVideo`", "ImpostazioniVideo"},
-    {"Del_NumTel", CommandKind::Action, "DELETE FROM NumTel", ""},
-    {"Del_MMS", CommandKind::Action, "DELETE FROM MMS", ""},
-    {"Del_alimentazione", CommandKind::Action, "DELETE FROM Alimentazione", ""},
-    {"Del_Ingressi", CommandKind::Action, "DELETE FROM Ingressi", ""},
-    {"Del_Registro_eventi", CommandKind::Action, "DELETE FROM Registro_eventi", ""},
-    {"Del_CanaliVideo", CommandKind::Action, "DELETE FROM CanaliVideo", ""},
-    {"Del_ImpostazioniVideo", CommandKind::Action, "DELETE FROM ImpostazioniVideo", ""},
+    {"Del_NumTel", CommandKind::Action, "DELETE FROM \"NumTel\"", ""},
+    {"Del_MMS", CommandKind::Action, "DELETE FROM \"MMS\"", ""},
+    {"Del_alimentazione", CommandKind::Action, "DELETE FROM \"Alimentazione\"", ""},
+    {"Del_Ingressi", CommandKind::Action, "DELETE FROM \"Ingressi\"", ""},
+    {"Del_Registro_eventi", CommandKind::Action, "DELETE FROM \"Registro_eventi\"", ""},
+    {"Del_CanaliVideo", CommandKind::Action, "DELETE FROM \"CanaliVideo\"", ""},
+    {"Del_ImpostazioniVideo", CommandKind::Action, "DELETE FROM \"ImpostazioniVideo\"", ""},
     {"CamEvents", CommandKind::Table, "`CamEvents`", "CamEvents"},
     {"ProgCamEvents", CommandKind::Table, "`ProgCamEvents`", "ProgCamEvents"},
     {"Festivita", CommandKind::Table, "`Festivita`", "Festivita"},
-    {"Del_ProgCamEvents", CommandKind::Action, "DELETE FROM ProgCamEvents", ""},
-    {"NoShowInListEvents", CommandKind::Action, "UPDATE CamEvents SET ShowInListEvents = 0", ""},
+    {"Del_ProgCamEvents", CommandKind::Action, "DELETE FROM \"ProgCamEvents\"", ""},
+    {"NoShowInListEvents", CommandKind::Action, "UPDATE \"CamEvents\" SET \"ShowInListEvents\" = FALSE", ""},
 }};
 
 // The command of that exact name, or nullptr.
@@ -78,11 +82,10 @@ inline constexpr std::array<ProgrammingTable, 6> kProgrammingTables{{
     {"ImpostazioniVideo", "Del_ImpostazioniVideo"},
 }};
 
-// The database file a connection string names: "Provider=SQLite;Data
-// Source=<file>" (keys in any case, other keys ignored, values may be quoted)
-// or a bare path. Throws std::runtime_error naming the providers that exist
-// for any other provider, a Jet or ACE one above all.
-std::filesystem::path DatabasePath(std::string_view connection);
+// Creates the standard tables where the connection string points (a new
+// file, or a schema of a server), unless a database is there already.
+// Returns whether it created them. Throws std::runtime_error.
+bool InitDatabase(std::string_view connection);
 
 // Creates a database file with the standard tables; refuses a file that
 // exists. Throws std::runtime_error.
@@ -103,9 +106,9 @@ class DataVideo {
   int ConnectionState() const;
   const std::string& ConnectionString() const;
   void SetConnectionString(const std::string& connection);
-  // Opens with the connection string held; a database file that does not
-  // exist is created with the standard tables, one that exists is used as it
-  // is. Throws std::runtime_error with a description a user can act on. Does
+  // Opens with the connection string held; a database that does not exist
+  // (a file, or a server schema without tables) is created with the
+  // standard tables, one that exists is used as it is. Throws std::runtime_error with a description a user can act on. Does
   // nothing when already open.
   void Open();
   void Close();
@@ -116,6 +119,7 @@ class DataVideo {
   // The automatic opening every data procedure starts with: when closed,
   // report "<procedure>: Attenzione il DB era chiuso ed è stato aperto"
   // through the form (when given), open, and set StatoDB without an event.
+  // Never creates a database: a missing file throws std::runtime_error.
   void EnsureOpen(DebugSink* form, std::string_view procedure);
 
   // Runs a command that returns no rows (a "Del_" command, the update).
@@ -125,9 +129,9 @@ class DataVideo {
   // Every row of any table, in the order the rows were added.
   Recordset OpenTable(std::string_view table);
 
-  // The open connection, for the store's own transactions and benchmarks;
+  // The open connection, for the store's own transactions and statements;
   // throws std::runtime_error when closed.
-  sqlite3* Handle() const;
+  Backend& Handle() const;
 
  private:
   struct Impl;

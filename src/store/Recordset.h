@@ -3,21 +3,22 @@
 // recordset.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "store/sqlite_util.h"
+#include "store/backend.h"
 #include "store/values.h"
 
 namespace camrelay::store {
 
 class Recordset {
  public:
-  // Runs select on db and stands on its first row; new records go to table.
-  Recordset(sqlite3* db, std::string select, std::string table);
+  // Stands on the first of rows; new records go to table.
+  Recordset(Backend& backend, std::unique_ptr<Rows> rows, std::string table);
   Recordset(Recordset&&) noexcept = default;
   Recordset& operator=(Recordset&&) noexcept = default;
 
@@ -27,10 +28,10 @@ class Recordset {
   void MoveNext();
   bool Eof() const { return eof_; }
 
-  int FieldCount() const { return static_cast<int>(names_.size()); }
-  const std::string& FieldName(int k) const { return names_.at(k); }
-  // The field's ADO type number, from the column's declared type.
-  int FieldType(int k) const { return types_.at(k); }
+  int FieldCount() const { return static_cast<int>(columns_.size()); }
+  const std::string& FieldName(int k) const { return columns_.at(k).name; }
+  // The field's ADO type number, from the column's type.
+  int FieldType(int k) const { return columns_.at(k).adoType; }
   // Index of the field of that name (case as the database ignores it), or -1.
   int FieldIndex(std::string_view name) const;
   // The current row's value of field k.
@@ -46,22 +47,20 @@ class Recordset {
   void Close();
 
  private:
-  void Step();
-  sqlite3_stmt* InsertFor(const std::vector<bool>& fieldsSet);
+  Insert& InsertFor(const std::vector<bool>& fieldsSet);
+  Rows& rows() const;
 
-  sqlite3* db_;
-  std::string select_;
+  Backend* backend_;
+  std::unique_ptr<Rows> rows_;
   std::string table_;
-  Statement cursor_;
+  std::vector<Column> columns_;
   bool eof_ = true;
-  std::vector<std::string> names_;
-  std::vector<int> types_;
   bool adding_ = false;
   std::vector<std::optional<DbValue>> pending_;
   std::vector<bool> fieldsSet_;
   // One prepared insert per set of fields given: a download writes the same
   // fields record after record, so this stays at one or two entries.
-  std::vector<std::pair<std::vector<bool>, Statement>> inserts_;
+  std::vector<std::pair<std::vector<bool>, std::unique_ptr<Insert>>> inserts_;
 };
 
 }  // namespace camrelay::store

@@ -61,6 +61,10 @@ bool ParseLine(std::string_view line, RecordLine& record) {
   return true;
 }
 
+// Thrown past every Attempt once the database has ended the transaction by
+// itself: nothing more may be written, since it would land outside it.
+struct TransactionLost {};
+
 // Writes record lines into the tables they name, keeping each table's
 // recordset open for the whole download, and reports each failure with the
 // step reached.
@@ -82,9 +86,24 @@ class RecordWriter {
       return true;
     } catch (const std::exception& e) {
       ReportStep(e.what());
+      CheckTransaction();
       return step > 1;
     }
   }
+
+  // A full disk or an I/O error can make SQLite roll the whole transaction
+  // back on its own, and a server ends it when the connection is lost.
+  // Going on would write the rest outside it, committed row by row on top
+  // of the old content: stop instead, and report it.
+  void CheckTransaction() {
+    if (!inTransaction_ || db_.Handle().InTransaction()) return;
+    ReportStep("the database ended the transaction by itself; nothing of this download was stored and the "
+               "previous content is kept");
+    throw TransactionLost{};
+  }
+
+  // From here on every write belongs to the store's transaction.
+  void TransactionStarted() { inTransaction_ = true; }
 
   void Open(std::string_view command) { open_.emplace_back(std::string(command), db_.OpenRecordset(command)); }
 
@@ -114,6 +133,7 @@ class RecordWriter {
       return true;
     } catch (const std::exception& e) {
       ReportStep(e.what());
+      CheckTransaction();
       return false;
     }
   }
@@ -181,6 +201,7 @@ class RecordWriter {
   std::string procedure_;
   std::vector<std::pair<std::string, Recordset>> open_;
   RecordLine record_;
+  bool inTransaction_ = false;
 };
 
 // Opens the database when needed and starts the transaction of the whole
@@ -190,6 +211,7 @@ bool Begin(RecordWriter& writer, DataVideo& db, DebugSink* Form, std::string_vie
   return writer.Attempt([&] {
     db.EnsureOpen(Form, procedure);
     transaction.emplace(db.Handle());
+    writer.TransactionStarted();
   });
 }
 
@@ -201,19 +223,22 @@ void SaveVideoSentrovaDB(std::vector<std::string>& Dati, DataVideo& db, DebugSin
   writer.step = 1;
   std::optional<Transaction> transaction;
   if (!Begin(writer, db, Form, "SaveVideoSentrovaDB", transaction)) return;
-  for (const auto& [table, deleteCommand] : kProgrammingTables) {
-    if (!writer.Attempt([&] { db.Execute(deleteCommand); })) return;
-    ++writer.step;
-    writer.Attempt([&] { writer.Open(table); });
-    ++writer.step;
+  try {
+    for (const auto& programming : kProgrammingTables) {
+      if (!writer.Attempt([&] { db.Execute(programming.DeleteCommand); })) return;
+      ++writer.step;
+      writer.Attempt([&] { writer.Open(programming.Table); });
+      ++writer.step;
+    }
+    writer.StoreElements(Dati);
+    writer.step = 13;
+    for (const auto& programming : kProgrammingTables) {
+      writer.Close(programming.Table);
+      ++writer.step;
+    }
+    writer.Finish(*transaction);
+  } catch (const TransactionLost&) {
   }
-  writer.StoreElements(Dati);
-  writer.step = 13;
-  for (const auto& programming : kProgrammingTables) {
-    writer.Close(programming.Table);
-    ++writer.step;
-  }
-  writer.Finish(*transaction);
 }
 
 int AppendRecordLines(const std::vector<std::string>& Dati, DataVideo& db, DebugSink* Form) {
@@ -222,8 +247,12 @@ int AppendRecordLines(const std::vector<std::string>& Dati, DataVideo& db, Debug
   writer.step = 1;
   std::optional<Transaction> transaction;
   if (!Begin(writer, db, Form, "AppendRecordLines", transaction)) return 0;
-  writer.StoreElements(Dati);
-  return writer.Finish(*transaction) ? writer.stored : 0;
+  try {
+    writer.StoreElements(Dati);
+    return writer.Finish(*transaction) ? writer.stored : 0;
+  } catch (const TransactionLost&) {
+    return 0;
+  }
 }
 
 }  // namespace camrelay::store

@@ -1,5 +1,7 @@
 #include "store/payload.h"
 
+#include <optional>
+
 #include "store/report.h"
 
 namespace camrelay::store {
@@ -7,24 +9,45 @@ namespace {
 
 constexpr std::size_t kElementLimit = 3072;
 
+// A separator or a line end inside a value would cut the record line in the
+// wrong place on the other side.
+bool FitsTheLine(std::string_view text) {
+  return text.find("{}") == std::string_view::npos && text.find("\r\n") == std::string_view::npos;
+}
+
+// The record line of the current row; nullopt, reported, for a row with a
+// value the line format cannot carry.
+std::optional<std::string> RecordLine(Recordset& records, std::string_view prefix, long row,
+                                      const std::vector<std::string>& typeTexts, DebugSink* Form,
+                                      std::string_view procedure) {
+  std::string line(prefix);
+  for (int k = 0; k < records.FieldCount(); ++k) {
+    std::string text = ToWireText(records.FieldType(k), records.Value(k));
+    if (!FitsTheLine(text)) {
+      Report(Form, procedure,
+             records.Table() + " record " + std::to_string(row) + ", field " + std::to_string(k) + " (" +
+                 records.FieldName(k) + "): a text holding \"{}\" or a line end cannot be sent; the record was left out");
+      return std::nullopt;
+    }
+    line += "{}" + text + "{}" + typeTexts[k];
+  }
+  return line + "\r\n";
+}
+
 // Appends the table's record lines to the last element of Dati, opening a
 // new element whenever one grows past the limit.
-void EncodeTable(std::vector<std::string>& Dati, Recordset& records, std::string_view name) {
+void EncodeTable(std::vector<std::string>& Dati, Recordset& records, std::string_view name, DebugSink* Form,
+                 std::string_view procedure) {
   if (records.RecordCount() <= 0) return;
   std::string prefix = "{}" + std::string(name) + "{}" + std::to_string(records.FieldCount() - 1);
   std::vector<std::string> typeTexts;
   for (int k = 0; k < records.FieldCount(); ++k) typeTexts.push_back(std::to_string(records.FieldType(k)));
-  for (records.MoveFirst(); !records.Eof(); records.MoveNext()) {
-    std::string& element = Dati.back();
-    element += prefix;
-    for (int k = 0; k < records.FieldCount(); ++k) {
-      element += "{}";
-      element += ToWireText(records.FieldType(k), records.Value(k));
-      element += "{}";
-      element += typeTexts[k];
-    }
-    element += "\r\n";
-    if (element.size() > kElementLimit) Dati.emplace_back();
+  long row = 1;
+  for (records.MoveFirst(); !records.Eof(); records.MoveNext(), ++row) {
+    auto line = RecordLine(records, prefix, row, typeTexts, Form, procedure);
+    if (!line) continue;
+    Dati.back() += *line;
+    if (Dati.back().size() > kElementLimit) Dati.emplace_back();
   }
 }
 
@@ -48,7 +71,7 @@ void EncodeTables(std::vector<std::string>& Dati, DataVideo& db, DebugSink* Form
     Dati.emplace_back();
     Attempt(Form, procedure, [&] {
       Recordset records = db.OpenRecordset(command);
-      EncodeTable(Dati, records, command);
+      EncodeTable(Dati, records, command, Form, procedure);
     });
   }
   CompleteOpening(Dati, typeCode, Code);

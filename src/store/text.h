@@ -44,6 +44,9 @@ int AdoTypeFromDeclared(std::string_view declared);
 
 // The ADO type numbers that the store treats apart.
 inline constexpr int kAdoInteger = 3;
+inline constexpr int kAdoSingle = 4;
+inline constexpr int kAdoDouble = 5;
+inline constexpr int kAdoCurrency = 6;
 inline constexpr int kAdoDate = 7;
 inline constexpr int kAdoBoolean = 11;
 inline constexpr int kAdoText = 202;

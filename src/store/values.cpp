@@ -1,8 +1,10 @@
 #include "store/values.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 
 #include "store/text.h"
@@ -30,28 +32,44 @@ bool IsFalse(const DbValue& value) {
 
 std::string Quoted(std::string_view wire) { return "\"" + Cp1252ToUtf8(wire) + "\""; }
 
-// A whole number, or a decimal one rounded half to even, in 32 bits.
-std::int64_t ParseLong(std::string_view wire) {
-  std::string_view text = TrimSpaces(wire);
-  if (!text.empty() && text.front() == '+') text.remove_prefix(1);
-  const char* end = text.data() + text.size();
-  double number = 0;
-  std::int64_t whole = 0;
-  auto parsed = std::from_chars(text.data(), end, whole);
-  if (parsed.ec == std::errc() && parsed.ptr == end) {
-    number = static_cast<double>(whole);
-  } else {
-    auto real = std::from_chars(text.data(), end, number, std::chars_format::fixed);
-    if (text.empty() || real.ec != std::errc() || real.ptr != end)
-      throw std::invalid_argument(Quoted(wire) + " is not a whole number");
-    number = std::nearbyint(number);
+bool IsReal(int adoType) { return adoType == kAdoSingle || adoType == kAdoDouble || adoType == kAdoCurrency; }
+
+// A finite number with its decimals after a comma, as an Italian system
+// writes it, or after a point, as a unit on another locale does; an
+// exponent is allowed. nullopt for anything else (thousands separators
+// included: "1.234,5" is refused rather than misread).
+std::optional<double> ParseReal(std::string_view wire) {
+  std::string text(TrimSpaces(wire));
+  if (!text.empty() && text.front() == '+') text.erase(0, 1);
+  if (text.find(',') != std::string::npos) {
+    if (text.find('.') != std::string::npos) return std::nullopt;
+    std::replace(text.begin(), text.end(), ',', '.');
   }
-  if (number < std::numeric_limits<std::int32_t>::min() || number > std::numeric_limits<std::int32_t>::max())
-    throw std::invalid_argument(Quoted(wire) + " does not fit in a 4-byte integer");
-  return static_cast<std::int64_t>(number);
+  double number = 0;
+  const char* end = text.data() + text.size();
+  auto parsed = std::from_chars(text.data(), end, number);
+  if (text.empty() || parsed.ec != std::errc() || parsed.ptr != end || !std::isfinite(number)) return std::nullopt;
+  return number;
+}
+
+// The Italian form of a real: decimal comma, capital exponent.
+std::string ItalianReal(double number) {
+  std::string text = Decimal(number);
+  std::replace(text.begin(), text.end(), '.', ',');
+  std::replace(text.begin(), text.end(), 'e', 'E');
+  return text;
 }
 
 }  // namespace
+
+std::int64_t ParseLong(std::string_view wire) {
+  std::optional<double> number = ParseReal(wire);
+  if (!number) throw std::invalid_argument(Quoted(wire) + " is not a whole number");
+  double whole = std::nearbyint(*number);
+  if (whole < std::numeric_limits<std::int32_t>::min() || whole > std::numeric_limits<std::int32_t>::max())
+    throw std::invalid_argument(Quoted(wire) + " does not fit in a 4-byte integer");
+  return static_cast<std::int64_t>(whole);
+}
 
 std::string DbText(const DbValue& value) {
   if (auto n = std::get_if<std::int64_t>(&value)) return Decimal(*n);
@@ -63,6 +81,7 @@ std::string DbText(const DbValue& value) {
 std::string ToWireText(int adoType, const DbValue& value) {
   if (std::holds_alternative<std::monostate>(value)) return std::string(kNullText);
   if (adoType == kAdoBoolean) return IsFalse(value) ? "Falso" : "Vero";
+  if (IsReal(adoType) && std::holds_alternative<double>(value)) return ItalianReal(std::get<double>(value));
   std::string text = DbText(value);
   if (adoType == kAdoDate && std::holds_alternative<std::string>(value)) {
     // A text the database does not hold as a date goes out as it is.
@@ -79,6 +98,10 @@ DbValue FromWireText(std::string_view type, std::string_view text) {
     return FormatIsoDate(*date);
   }
   if (type == "11") return std::int64_t{text == "Falso" ? 0 : 1};
+  if (type == "4" || type == "5" || type == "6") {
+    if (auto number = ParseReal(text)) return *number;
+    throw std::invalid_argument(Quoted(text) + " is not a number");
+  }
   return Cp1252ToUtf8(text);
 }
 

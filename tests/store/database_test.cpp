@@ -21,14 +21,81 @@ TEST(ConnectionString, NamesTheDatabaseFile) {
   EXPECT_EQ(DatabasePath("/var/lib/camrelay/VideoSentrova.db"), "/var/lib/camrelay/VideoSentrova.db");
 }
 
+// The desktop keys become libpq's, the schema is kept apart (libpq would
+// refuse it in a URI), and a key libpq does not know is refused, not lost.
+TEST(ConnectionString, NamesAServerSchema) {
+  auto server = [](std::string_view connection) {
+    return std::get<store::ServerDatabase>(store::ParseConnection(connection));
+  };
+  store::ServerDatabase keys = server(
+      "Provider=PostgreSQL; Server=db.example.it; Port=5433; Initial Catalog=centrale; User ID=op; "
+      "Password='a;b\\c'; Schema=unit_07; sslmode=require; Persist Security Info=False");
+  EXPECT_EQ(keys.conninfo,
+            "host='db.example.it' port='5433' dbname='centrale' user='op' password='a;b\\\\c' sslmode='require'");
+  EXPECT_EQ(keys.schema, "unit_07");
+  store::ServerDatabase uri = server("postgresql://op@db.example.it:5433/centrale?sslmode=require&schema=unit%2007");
+  EXPECT_EQ(uri.conninfo, "postgresql://op@db.example.it:5433/centrale?sslmode=require");
+  EXPECT_EQ(uri.schema, "unit 07");
+  EXPECT_EQ(server("postgres://h/d").schema, "");
+  EXPECT_THAT([] { store::ParseConnection("Provider=PostgreSQL;Hots=x"); },
+              ::testing::ThrowsMessage<std::runtime_error>(HasSubstr("the key Hots is not known for PostgreSQL")));
+  EXPECT_THROW(DatabasePath("Provider=PostgreSQL;Host=x"), std::runtime_error);
+}
+
+using DatabaseTest = EngineTest;
+
 // Every command runs on a new database: its standard tables are all there.
-TEST_F(StoreTest, NewDatabaseHasTheStandardTables) {
+// Creating where a database is already leaves it alone.
+TEST_P(DatabaseTest, NewDatabaseHasTheStandardTables) {
   for (const auto& command : store::kCommands)
     EXPECT_NO_THROW(command.Kind == store::CommandKind::Action ? db.Execute(command.Name)
                                                                : (void)db.OpenRecordset(command.Name))
         << command.Name;
-  store::CreateDatabase(dir / "new.db");
-  EXPECT_THROW(store::CreateDatabase(dir / "new.db"), std::runtime_error);
+  Add("NumTel", {std::int64_t{1}});
+  EXPECT_FALSE(store::InitDatabase(db.ConnectionString()));
+  EXPECT_TRUE(store::InitDatabase(Connection("new")));
+  EXPECT_FALSE(store::InitDatabase(Connection("new")));
+  EXPECT_EQ(Rows("NumTel").size(), 1u);
+}
+
+// The automatic opening never makes a database, on a server either: a
+// schema without tables is refused and left without them.
+TEST_P(DatabaseTest, AutomaticOpeningUsesOnlyADatabaseThatIsThere) {
+  store::DataVideo other;
+  other.SetConnectionString(Connection("absent"));
+  EXPECT_THAT([&] { other.EnsureOpen(&form, "LoadDataFromDB"); },
+              ::testing::ThrowsMessage<std::runtime_error>(HasSubstr("is not created here")));
+  EXPECT_EQ(other.ConnectionState(), 0);
+  EXPECT_TRUE(form.lines.empty());
+  EXPECT_TRUE(store::InitDatabase(Connection("absent")));
+}
+
+ON_BOTH_ENGINES(DatabaseTest);
+
+// Each connection string fails to open with one "OpenDB: " line holding
+// its advice, and leaves the database closed.
+template <std::size_t N>
+void ExpectOpenFailures(LinkFixture& link, const std::pair<std::string, const char*> (&cases)[N]) {
+  for (const auto& [connection, advice] : cases) {
+    link.debug.clear();
+    link.form().StringaConnDB(connection);
+    link.form().OpenDB();
+    EXPECT_THAT(link.debug, ElementsAre(AllOf(StartsWith("OpenDB: "), HasSubstr(advice)))) << connection;
+    EXPECT_EQ(link.db().ConnectionState(), 0);
+  }
+}
+
+// A server that cannot be reached, or a schema that cannot be made, is an
+// "OpenDB: " line that says what to check.
+TEST(OpenDB, ServerFailuresTellWhatToCheck) {
+  LinkFixture link(0);
+  PostgresSchemas schemas;
+  const std::pair<std::string, const char*> cases[] = {
+      {"Provider=PostgreSQL;Host=127.0.0.1;Port=1;connect_timeout=2",
+       "cannot connect to the PostgreSQL server (connection to server at \"127.0.0.1\", port 1 failed"},
+      {schemas.Connection("x") + ";User ID=nobody", "role \"nobody\" does not exist"},
+      {schemas.Connection("x") + ";Schema=pg_reserved", "cannot create the tables in the schema \"pg_reserved\""}};
+  ExpectOpenFailures(link, cases);
 }
 
 // Opening on the link's request reports a failure as "OpenDB: " and what to
@@ -50,16 +117,11 @@ TEST(OpenDB, FailuresTellWhatToDoAndDataProceduresOpenWithoutAnEvent) {
       {damaged.string(), "is damaged (database disk image is malformed); restore it from a copy"},
       {access.string(), "is not a SQLite database"},
       {link.dir().str(), "is a folder; give the path of a database file"}};
-  for (const auto& [connection, advice] : cases) {
-    link.debug.clear();
-    link.form().StringaConnDB(connection);
-    link.form().OpenDB();
-    EXPECT_THAT(link.debug, ElementsAre(AllOf(StartsWith("OpenDB: "), HasSubstr(advice)))) << connection;
-    EXPECT_EQ(link.db().ConnectionState(), 0);
-  }
+  ExpectOpenFailures(link, cases);
   EXPECT_FALSE(std::filesystem::exists(link.dir() / "missing"));
 
   link.debug.clear();
+  store::CreateDatabase(link.dir() / "v.db");
   link.db().SetConnectionString((link.dir() / "v.db").string());
   for (int time = 0; time < 2; ++time) {
     std::vector<std::string> Dati{"", "{}Ingressi{}0{}1{}3\r\n"};
@@ -69,6 +131,26 @@ TEST(OpenDB, FailuresTellWhatToDoAndDataProceduresOpenWithoutAnEvent) {
   EXPECT_EQ(link.db().StatoDB, cDbAperto);
   EXPECT_EQ(store::DumpTable(link.db(), "Ingressi").rows.size(), 1u);
   EXPECT_TRUE(link.dbStates.empty());
+}
+
+// The automatic opening uses a database, it never makes one: an upload from
+// a database that is not there sends nothing at all (an empty programming
+// would erase the unit's), and a download stores nothing.
+TEST(AutomaticOpening, NeverCreatesADatabase) {
+  LinkFixture link(sckUDPProtocol);
+  const std::filesystem::path file = link.dir() / "VideoSentrova.db";
+  for (const char* tipo : {"01", "55"}) link.form().AddRichiesta(tipo, "");
+  std::vector<std::string> Dati{"", "{}Ingressi{}0{}1{}3\r\n"};
+  store::SaveVideoSentrovaDB(Dati, link.db(), &link.form());
+  EXPECT_TRUE(link.socket().sent.empty());
+  EXPECT_EQ(link.form().Richieste.size(), 1u);
+  EXPECT_FALSE(std::filesystem::exists(file));
+  EXPECT_EQ(link.db().StatoDB, cDbChiuso);
+  ASSERT_EQ(link.debug.size(), 3u);
+  for (const char* procedure : {"LoadDataFromDB: ", "LoadProgCamEventsFromDB: ", "SaveVideoSentrovaDB on line 1: "})
+    EXPECT_TRUE(link.debugContains(std::string(procedure) + "the database \"" + file.string() +
+                                   "\" does not exist and is not created here"))
+        << procedure;
 }
 
 }  // namespace

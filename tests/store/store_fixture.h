@@ -1,5 +1,6 @@
 // What the store's and the files' tests share: a form that keeps the lines
-// it is given, and a fresh standard database in a folder of its own.
+// it is given, and a fresh standard database of either engine, in a folder
+// or a server schema of its own.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,9 +10,9 @@
 #include <vector>
 
 #include "link/debug_sink.h"
+#include "postgres_server.h"
 #include "store/DataVideo.h"
 #include "store/dump.h"
-#include "store/sqlite_util.h"
 #include "temp_dir.h"
 
 namespace camrelay::test {
@@ -24,13 +25,30 @@ class RecordingSink : public DebugSink {
   std::vector<std::string> lines;
 };
 
+enum class Engine { SQLite, PostgreSQL };
+inline void PrintTo(Engine engine, std::ostream* out) { *out << (engine == Engine::SQLite ? "SQLite" : "PostgreSQL"); }
+
 class StoreTest : public ::testing::Test {
  protected:
+  explicit StoreTest(Engine engine = Engine::SQLite) : engine(engine) {}
   void SetUp() override {
-    db.SetConnectionString("Provider=SQLite;Data Source=" + (dir / "VideoSentrova.db").string());
+    db.SetConnectionString(Connection("VideoSentrova"));
     db.Open();
   }
-  void Sql(const std::string& sql) { store::Exec(db.Handle(), sql); }
+  // A database of the engine under test that no other test uses.
+  std::string Connection(const std::string& name) {
+    if (engine == Engine::PostgreSQL) return schemas.Connection(name);
+    return "Provider=SQLite;Data Source=" + (dir / (name + ".db")).string();
+  }
+  void Sql(const std::string& sql) { db.Handle().Exec(sql); }
+  // Adds a row through the store, which both engines take alike: fields
+  // from the first, a Null as Null.
+  void Add(const std::string& table, const std::vector<store::DbValue>& values) {
+    store::Recordset records = db.OpenTable(table);
+    records.AddNew();
+    for (std::size_t k = 0; k < values.size(); ++k) records.SetValue(static_cast<int>(k), values[k]);
+    records.Update();
+  }
   // The first fields of each row of a table.
   std::vector<Row> Rows(const std::string& table, std::size_t fields = 99) {
     std::vector<Row> rows = store::DumpTable(db, table).rows;
@@ -38,10 +56,25 @@ class StoreTest : public ::testing::Test {
     return rows;
   }
 
+  const Engine engine;
   TempDir dir;
+  PostgresSchemas schemas;
   store::DataVideo db;
   RecordingSink form;
 };
+
+// The cases that hold on both engines run once on each.
+class EngineTest : public StoreTest, public ::testing::WithParamInterface<Engine> {
+ protected:
+  EngineTest() : StoreTest(GetParam()) {}
+};
+
+inline std::string EngineName(const ::testing::TestParamInfo<Engine>& info) {
+  return info.param == Engine::SQLite ? "SQLite" : "PostgreSQL";
+}
+
+#define ON_BOTH_ENGINES(Suite) \
+  INSTANTIATE_TEST_SUITE_P(, Suite, ::testing::Values(Engine::SQLite, Engine::PostgreSQL), EngineName)
 
 // The bodies of an upload's data elements, as the reception hands them to
 // the store: each element without its "{}<i>{}<length>" CR LF header.

@@ -48,5 +48,23 @@ TEST(WireValues, OnlyFalsoIsFalseAndNumbersAreChecked) {
   EXPECT_THROW(FromWireText("7", "32/01/2024"), std::invalid_argument);
 }
 
+// Reals go out with the Italian decimal comma and come back from it, or
+// from a point sent by a unit on another locale; whole numbers read both.
+TEST(WireValues, RealsTakeTheDecimalComma) {
+  EXPECT_EQ(ToWireText(kAdoDouble, 12.5), "12,5");
+  EXPECT_EQ(ToWireText(kAdoSingle, -0.25), "-0,25");
+  EXPECT_EQ(ToWireText(kAdoCurrency, 1e20), "1E+20");
+  EXPECT_EQ(ToWireText(kAdoDouble, 12.0), "12");
+  for (const char* type : {"4", "5", "6"}) {
+    EXPECT_EQ(FromWireText(type, "12,5"), DbValue(12.5)) << type;
+    EXPECT_EQ(FromWireText(type, " 12.5 "), DbValue(12.5)) << type;
+    EXPECT_EQ(FromWireText(type, "1E+20"), DbValue(1e20)) << type;
+    for (const char* text : {"1.234,5", "abc", "", "12,5,1", "inf"})
+      EXPECT_THROW(FromWireText(type, text), std::invalid_argument) << type << " " << text;
+  }
+  EXPECT_EQ(FromWireText("3", "12,5"), DbValue(std::int64_t{12}));
+  EXPECT_EQ(FromWireText("202", "12,5"), DbValue(std::string("12,5")));
+}
+
 }  // namespace
 }  // namespace camrelay::store

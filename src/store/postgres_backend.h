@@ -1,0 +1,27 @@
+// The server engine: the tables in one schema of a PostgreSQL database,
+// reached through libpq. Several workstations and fleet runs use it at the
+// same time; each unit of a fleet keeps its tables in a schema of its own.
+#pragma once
+
+#include <memory>
+
+#include "store/backend.h"
+#include "store/connection.h"
+
+namespace camrelay::store {
+
+// Connects and makes the schema the one the tables are read from. A schema
+// without tables gets the standard ones when create is set (the schema
+// itself too, when it does not exist) and is refused otherwise. Throws
+// std::runtime_error with a description a user can act on.
+std::unique_ptr<Backend> OpenPostgres(const ServerDatabase& server, bool create);
+
+// Creates the standard tables in the schema unless it has tables already;
+// returns whether it created them.
+bool InitPostgres(const ServerDatabase& server);
+
+// Connects to the server alone, for tables of the host's own that are not
+// a unit's (the fleet's shared work list): the schema is not touched.
+std::unique_ptr<Backend> ConnectPostgres(const ServerDatabase& server);
+
+}  // namespace camrelay::store
