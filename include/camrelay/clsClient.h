@@ -119,6 +119,15 @@ class clsClient {
   // 0 keeps the transport's value. Takes effect at the next Connetti and
   // survives link rebuilds.
   void ImpostaTempiRisposta(int timeoutLongMs, int timeoutShortMs, int retries);
+  // Whether Connetti takes the arguments left out from the per-user settings
+  // file and writes the values used back to it (the default). A host that
+  // drives many units at once turns it off for each client, so that one
+  // shared file is neither rewritten per unit nor made to hand every unit the
+  // same ports: without it a RemoteHost or RemotePort left out is the first-run
+  // default (192.168.0.1, 19201), a LocalPort left out (0) is a free port the
+  // system picks, and DelayLoadDataFromDB is 50. Takes effect at the next
+  // Connetti and survives link rebuilds.
+  void UsaFileImpostazioni(bool usa);
 
   // The link itself, for tests and diagnostics; null before Connetti.
   link::frmClient* Form() { return frm_.get(); }
@@ -152,6 +161,7 @@ class clsClient {
   bool viewRunTimeError_ = false;
   std::string stringaConnDB_;
   int timeoutLong_ = 0, timeoutShort_ = 0, retries_ = 0;
+  bool usaFileImpostazioni_ = true;
   // Set while this object lives; posted work checks it before touching us.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

@@ -11,6 +11,7 @@
 #include "link/frmClient.h"
 #include "link/guard.h"
 #include "store/DataVideo.h"
+#include "store/values.h"
 
 namespace camrelay {
 
@@ -46,12 +47,24 @@ clsClient::~clsClient() {
 
 // ---- Plumbing. ---------------------------------------------------------------
 
+// What a host's handler throws stays with the host's event: the library's
+// own work (a rebuild, a transfer) goes on, and nothing reaches the loop.
 void clsClient::Raise(StatoConnessioneEnum stato) {
-  if (CambioStatoConnessione) CambioStatoConnessione(stato);
+  if (!CambioStatoConnessione) return;
+  try {
+    CambioStatoConnessione(stato);
+  } catch (...) {
+    Debug("CambioStatoConnessione", "the host's handler failed: " + link::Describe(std::current_exception()));
+  }
 }
 
 void clsClient::Debug(const std::string& member, const std::string& description) {
-  if (OnDebug) OnDebug(member + ": " + description);
+  if (!OnDebug) return;
+  try {
+    OnDebug(member + ": " + description);
+  } catch (...) {
+    // The host's own diagnostics failed; there is nowhere left to report it.
+  }
 }
 
 bool clsClient::Guard(bool raiseNoOperation) {
@@ -77,10 +90,20 @@ void clsClient::Subscribe() {
   frmClient* form = frm_.get();
   form->CambioStatoConnessione = [this](StatoConnessioneEnum s) { Raise(s); };
   form->CambioStatoDB = [this](StatoDBEnum) {
-    if (CambioStatoDB) CambioStatoDB(db_->StatoDB);
+    if (!CambioStatoDB) return;
+    try {
+      CambioStatoDB(db_->StatoDB);
+    } catch (...) {
+      Debug("CambioStatoDB", "the host's handler failed: " + link::Describe(std::current_exception()));
+    }
   };
   form->OnDebug = [this](const std::string& m) {
-    if (OnDebug) OnDebug(m);
+    if (!OnDebug) return;
+    try {
+      OnDebug(m);
+    } catch (...) {
+      // As in Debug: nowhere left to report it.
+    }
   };
   // Both link errors rebuild the link. The rebuild destroys the form whose
   // handler raised the error, so it runs from a fresh turn of the loop.
@@ -252,10 +275,17 @@ void clsClient::AttivaPreview(const std::string& strCommand) {
       frm_->AddRichiesta("08", strCommand, true);
       return;
     }
-    const long long camera = link::LeadingNumber(strCommand);
+    // A camera converts as any whole number does ("2.6" is camera 3); a
+    // text that is no number is refused before anything is sent.
+    std::int64_t camera = 0;
+    try {
+      camera = store::ParseLong(strCommand);
+    } catch (const std::invalid_argument&) {
+      throw std::runtime_error("\"" + strCommand + "\" is not a camera number; nothing sent");
+    }
     if (camera > 31) throw std::runtime_error("camera " + strCommand + " is out of range (1 to 31)");
     frm_->VideoCiclePreview = camera >= 1 ? 1 << (camera - 1) : 0;
-    frm_->AddRichiesta("08", strCommand);
+    frm_->AddRichiesta("08", std::to_string(camera));
   });
 }
 
@@ -302,20 +332,26 @@ void clsClient::Connetti(const std::string& RemoteHost, int RemotePort, int Loca
       return;
     }
     const auto settings = Settings();
-    remoteHost_ = !RemoteHost.empty() ? RemoteHost : settings.GetSetting(kSection, "RemoteHost", "192.168.0.1");
-    remotePort_ = RemotePort > 0 ? RemotePort
-                                 : component::SettingAsInteger(settings.GetSetting(kSection, "RemotePort", "19201"));
+    // Without the settings file every key reads as absent, and a local port
+    // left out is one the system picks: there is no last one to come back to.
+    auto setting = [&](const char* key, const std::string& fallback) {
+      return usaFileImpostazioni_ ? settings.GetSetting(kSection, key, fallback) : fallback;
+    };
+    remoteHost_ = !RemoteHost.empty() ? RemoteHost : setting("RemoteHost", "192.168.0.1");
+    remotePort_ = RemotePort > 0 ? RemotePort : component::SettingAsInteger(setting("RemotePort", "19201"));
     localPort_ = LocalPort > 0 ? LocalPort
-                               : component::SettingAsInteger(settings.GetSetting(kSection, "LocalPort", "14400"));
+                               : component::SettingAsInteger(setting("LocalPort", usaFileImpostazioni_ ? "14400" : "0"));
     viewRunTimeError_ = ViewRunTimeError;
     panelVisible_ = false;
-    delayLoadDataFromDB_ = component::SettingAsInteger(
-        settings.GetSetting(kSection, "DelayLoadDataFromDB", std::to_string(kDefaultDelay)));
+    delayLoadDataFromDB_ =
+        component::SettingAsInteger(setting("DelayLoadDataFromDB", std::to_string(kDefaultDelay)));
     if (delayLoadDataFromDB_ < 1 || delayLoadDataFromDB_ >= 1801) delayLoadDataFromDB_ = kDefaultDelay;
-    settings.SaveSetting(kSection, "RemoteHost", remoteHost_);
-    settings.SaveSetting(kSection, "RemotePort", std::to_string(remotePort_));
-    settings.SaveSetting(kSection, "LocalPort", std::to_string(localPort_));
-    settings.SaveSetting(kSection, "DelayLoadDataFromDB", std::to_string(delayLoadDataFromDB_));
+    if (usaFileImpostazioni_) {
+      settings.SaveSetting(kSection, "RemoteHost", remoteHost_);
+      settings.SaveSetting(kSection, "RemotePort", std::to_string(remotePort_));
+      settings.SaveSetting(kSection, "LocalPort", std::to_string(localPort_));
+      settings.SaveSetting(kSection, "DelayLoadDataFromDB", std::to_string(delayLoadDataFromDB_));
+    }
     if (frm_) Disconnetti();
 
     frm_ = std::make_unique<frmClient>(platform_, db_);
@@ -380,6 +416,8 @@ void clsClient::ImpostaTempiRisposta(int timeoutLongMs, int timeoutShortMs, int 
   retries_ = std::max(0, retries);
 }
 
+void clsClient::UsaFileImpostazioni(bool usa) { usaFileImpostazioni_ = usa; }
+
 // ---- The rebuild of the link. ------------------------------------------------------
 
 // Tears the link down and builds it again on the same settings, keeping what
@@ -406,10 +444,10 @@ void clsClient::ReconnectSequence(sckProtocol protocol) {
   if (panelVisible) Show();
   frm_->Richieste = std::move(queue);
   frm_->ReadRichiesta();
-  // Restoring a cycle queues its next image; with no cycle there is nothing
-  // to restore, and queueing a stop the host never asked for would only
-  // disturb the unit.
-  if (videoCicle > 0) VideoCicle(videoCicle);
+  // Through the property, as the host would set it: a cycle queues its next
+  // image, no cycle (0) queues a stop, so the unit is never left sending a
+  // preview the new link does not ask for.
+  VideoCicle(videoCicle);
 }
 
 }  // namespace camrelay

@@ -1,6 +1,8 @@
-// The per-user settings store: an INI file
-// ${XDG_CONFIG_HOME:-$HOME/.config}/<application>/settings.ini, one section per
-// settings group, read and written key by key.
+// The per-user settings store, read and written key by key, one section per
+// settings group. On POSIX systems an INI file
+// ${XDG_CONFIG_HOME:-$HOME/.config}/<application>/settings.ini
+// (settings_ini.cpp); on Windows the registry key that desktop programs share,
+// HKEY_CURRENT_USER\Software\VB and VBA Program Settings\<application>.
 #pragma once
 
 #include <filesystem>
@@ -12,6 +14,7 @@ class SettingsStore {
  public:
   explicit SettingsStore(std::string application) : application_(std::move(application)) {}
 
+  // Where the settings live: the INI file, or the registry key's full name.
   std::filesystem::path File() const;
   // The stored text, or Default when the key (or the file) is absent.
   std::string GetSetting(const std::string& Section, const std::string& Key, const std::string& Default) const;
@@ -26,5 +29,8 @@ class SettingsStore {
 // A setting read as a number: the leading decimal number of the text (0 when
 // there is none), rounded half to even and kept within 32 bits.
 int SettingAsInteger(const std::string& text);
+
+// The text without leading and trailing blanks, tabs and carriage returns.
+std::string Trim(const std::string& s);
 
 }  // namespace camrelay::component

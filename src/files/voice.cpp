@@ -150,7 +150,11 @@ void LoadMessaggiWave(std::vector<std::string>& Dati, DataVideo& db, DebugSink* 
 void SaveMessaggiWave(std::vector<std::string>& Dati, const fs::path& folder, DebugSink* Form) {
   if (Dati.empty()) return;
   std::optional<long> count = AnnouncedCount(Dati[0]);
-  if (!count) return;
+  if (!count) {
+    Report(Form, "SaveMessaggiWave",
+           "the opening element " + Excerpt(Dati[0]) + " announces no element count; no file was written");
+    return;
+  }
   if (!Attempt(Form, "SaveMessaggiWave", [&] { fs::create_directories(folder); })) return;
   WaveReceiver receiver(folder, Form);
   long last = std::min<long>(*count - 1, static_cast<long>(Dati.size()) - 1);

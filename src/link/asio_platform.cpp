@@ -3,6 +3,8 @@
 // the link's own calls, as the link expects of a socket control.
 #include <boost/asio.hpp>
 #include <deque>
+#include <utility>
+#include <optional>
 
 #include "link/platform.h"
 
@@ -28,6 +30,13 @@ SocketError Translate(const error_code& ec) {
   if (ec == err::host_not_found || ec == err::host_not_found_try_again)
     return {11001, "Authoritative answer: Host not found"};
   return {10000 + ec.value(), ec.message()};
+}
+
+// Where every socket of the thread reads into before it keeps the bytes it
+// got: large enough for any datagram, and used only inside one handler.
+std::array<char, 65536>& ScratchBuffer() {
+  thread_local std::array<char, 65536> buffer;
+  return buffer;
 }
 
 class AsioSocket : public Socket {
@@ -80,8 +89,10 @@ class AsioSocket : public Socket {
       if (!ec) return ep.address().to_string();
     }
     asio::ip::udp::socket probe(io_);
-    const auto remote = asio::ip::make_address(remoteHost_, ec);
-    if (!ec) probe.connect({remote, static_cast<unsigned short>(remotePort_)}, ec);
+    // A unit given by name is looked up like the sends look it up.
+    asio::ip::udp::resolver resolver(io_);
+    const auto remote = resolver.resolve(asio::ip::udp::v4(), remoteHost_, std::to_string(remotePort_), ec);
+    if (!ec && !remote.empty()) probe.connect(*remote.begin(), ec);
     if (!ec) {
       auto ep = probe.local_endpoint(ec);
       if (!ec) return ep.address().to_string();
@@ -89,7 +100,19 @@ class AsioSocket : public Socket {
     return "0.0.0.0";
   }
   std::string peerIP() const override { return peer_.address().to_string(); }
+  std::string remoteHostIP() const override {
+    error_code ec;
+    if (protocol_ == 0 && tcp_.is_open()) {
+      auto ep = tcp_.remote_endpoint(ec);
+      if (!ec) return ep.address().to_string();
+    }
+    if (protocol_ == 1 && resolvedHost_ == remoteHost_) return remoteEndpoint_.address().to_string();
+    return remoteHost_;
+  }
   int peerPort() const override { return peer_.port(); }
+  bool fromRemote() const override {
+    return resolvedHost_ == remoteHost_ && resolvedPort_ == remotePort_ && datagramSender_ == remoteEndpoint_;
+  }
   int state() const override { return state_; }
 
   void bind(int localPort) override {
@@ -157,8 +180,10 @@ class AsioSocket : public Socket {
   std::string getData() override {
     if (protocol_ == 0) return std::exchange(stream_, std::string());
     if (datagrams_.empty()) return {};
-    std::string datagram = std::move(datagrams_.front());
+    auto [from, datagram] = std::move(datagrams_.front());
     datagrams_.pop_front();
+    datagramSender_ = from;
+    peer_ = {from.address(), from.port()};
     return datagram;
   }
 
@@ -179,20 +204,26 @@ class AsioSocket : public Socket {
     if (onError) onError(error.number(), error.what());
   }
 
+  // A read waits for the socket to be readable and only then takes the bytes,
+  // through a buffer the whole thread shares: an idle link holds no receive
+  // buffer of its own, which matters to a host with a thousand links open.
   void ReadStream() {
-    tcp_.async_read_some(asio::buffer(buffer_), Guard([this](const error_code& ec, std::size_t n) {
-                           if (ec == asio::error::eof) {
-                             state_ = sckClosing;
-                             if (onClose) onClose();
-                             return;
-                           }
-                           if (ec) return Fail(ec);
-                           error_code ignored;
-                           peer_ = {tcp_.remote_endpoint(ignored).address(), tcp_.remote_endpoint(ignored).port()};
-                           stream_.append(buffer_.data(), n);
-                           ReadStream();
-                           if (onDataArrival) onDataArrival(static_cast<long>(stream_.size()));
-                         }));
+    tcp_.async_wait(asio::ip::tcp::socket::wait_read, Guard([this](const error_code& waited) {
+                      if (waited) return Fail(waited);
+                      error_code ec;
+                      const std::size_t n = tcp_.read_some(asio::buffer(ScratchBuffer()), ec);
+                      if (ec == asio::error::eof) {
+                        state_ = sckClosing;
+                        if (onClose) onClose();
+                        return;
+                      }
+                      if (ec) return Fail(ec);
+                      error_code ignored;
+                      peer_ = {tcp_.remote_endpoint(ignored).address(), tcp_.remote_endpoint(ignored).port()};
+                      stream_.append(ScratchBuffer().data(), n);
+                      ReadStream();
+                      if (onDataArrival) onDataArrival(static_cast<long>(stream_.size()));
+                    }));
   }
 
   void WriteNext() {
@@ -205,17 +236,19 @@ class AsioSocket : public Socket {
   }
 
   void ReceiveDatagram() {
-    udp_.async_receive_from(asio::buffer(buffer_), sender_, Guard([this](const error_code& ec, std::size_t n) {
-                              if (ec == asio::error::operation_aborted) return;
-                              // A refused datagram of ours comes back as an error on the
-                              // next receive; the link cares only about what arrives.
-                              if (!ec) {
-                                peer_ = {sender_.address(), sender_.port()};
-                                datagrams_.emplace_back(buffer_.data(), n);
-                              }
-                              ReceiveDatagram();
-                              if (!ec && onDataArrival) onDataArrival(static_cast<long>(n));
-                            }));
+    udp_.async_wait(asio::ip::udp::socket::wait_read, Guard([this](const error_code& waited) {
+                      if (waited == asio::error::operation_aborted) return;
+                      error_code ec = waited;
+                      std::size_t n = 0;
+                      if (!ec) n = udp_.receive_from(asio::buffer(ScratchBuffer()), sender_, 0, ec);
+                      // A refused datagram of ours comes back as an error on the
+                      // next receive; the link cares only about what arrives.
+                      if (!ec) {
+                        datagrams_.emplace_back(sender_, std::string(ScratchBuffer().data(), n));
+                      }
+                      ReceiveDatagram();
+                      if (!ec && onDataArrival) onDataArrival(static_cast<long>(n));
+                    }));
   }
 
   asio::ip::udp::endpoint RemoteUdpEndpoint() {
@@ -241,18 +274,22 @@ class AsioSocket : public Socket {
   std::string remoteHost_;
   int remotePort_ = 0;
   int localPort_ = 0;
-  std::array<char, 65536> buffer_{};
   std::string stream_;
-  std::deque<std::string> datagrams_;
+  std::deque<std::pair<asio::ip::udp::endpoint, std::string>> datagrams_;  // with their senders
   std::deque<std::string> writes_;
   asio::ip::udp::endpoint sender_;
   asio::ip::tcp::endpoint peer_;
+  asio::ip::udp::endpoint datagramSender_;  // the sender of the datagram read last
   asio::ip::udp::endpoint remoteEndpoint_;
   std::string resolvedHost_;
   int resolvedPort_ = -1;
 };
 
-// A window timer on a steady clock: periodic until disabled.
+// A window timer on a steady clock: periodic until disabled. Every change
+// starts the countdown anew. The link does that at every packet it sends or
+// receives, so a restart only moves the deadline: the wait under way is kept
+// and, when it ends early, waits on for the rest. Only a deadline earlier
+// than the wait's end starts a new wait.
 class AsioTimer : public Timer {
  public:
   explicit AsioTimer(asio::io_context& io) : timer_(io) {}
@@ -271,14 +308,27 @@ class AsioTimer : public Timer {
   int interval() const override { return interval_; }
 
  private:
+  using Clock = asio::steady_timer::clock_type;
+
   void Restart() {
+    if (!enabled_ || interval_ <= 0) {
+      deadline_.reset();
+      return;
+    }
+    deadline_ = Clock::now() + std::chrono::milliseconds(interval_);
+    if (!waiting_ || *deadline_ < timer_.expiry()) Wait();
+  }
+
+  void Wait() {
     ++generation_;
-    timer_.cancel();
-    if (!enabled_ || interval_ <= 0) return;
-    timer_.expires_after(std::chrono::milliseconds(interval_));
+    waiting_ = true;
+    timer_.expires_at(*deadline_);  // ends the wait under way, if any
     timer_.async_wait([alive = std::weak_ptr<bool>(alive_), generation = generation_, this](const error_code& ec) {
       auto live = alive.lock();
-      if (ec || !live || !*live || generation != generation_) return;
+      if (!live || !*live || generation != generation_) return;
+      waiting_ = false;
+      if (ec || !deadline_) return;
+      if (Clock::now() < *deadline_) return Wait();
       Restart();  // periodic, as a window timer is
       if (onTick) onTick();
     });
@@ -289,6 +339,8 @@ class AsioTimer : public Timer {
   unsigned generation_ = 0;
   bool enabled_ = false;
   int interval_ = 0;
+  bool waiting_ = false;
+  std::optional<Clock::time_point> deadline_;  // when the next tick is due; none while disabled
 };
 
 class AsioPlatform : public Platform {

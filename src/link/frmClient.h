@@ -101,10 +101,15 @@ class frmClient : public DebugSink {
   int nPacchetti = 0;
   int StringaInviata = 0;
   std::vector<std::string> StringaPar;  // empty = never dimensioned
+  std::size_t bytesInTransfer = 0;  // bytes of the download's packets held
+  long foreignDatagrams = 0;         // datagrams dropped: not from the unit
   std::string sTipoRichiesta;
   std::int16_t TentativiRicezione = 0;  // the second retry counter
   // The request queue: element 0 is an empty slot, the head is element 1.
   std::vector<Richiesta> Richieste{Richiesta{}};
+  // How many requests the queue has refused as duplicates: a host compares
+  // it before and after a call to tell its user the request was not queued.
+  int RichiesteRifiutate = 0;
   bool bPwdCryptedAccettata = false;  // the scrambled code has been accepted
   bool bReportPwdCrypted = true;      // report its acceptance or refusal
   std::string sStringaConnDB;
@@ -159,6 +164,8 @@ class frmClient : public DebugSink {
   void tmrTimeOut_Timer();
   void Winsock_RicevutoAttendi(const std::string& Stringa);
   void Winsock_RicevutoPacchetto(const std::string& Stringa);
+  // Ends the request at the head as the reply timer does at the retry limit.
+  void GiveUpRequest();
 
   // ---- Transfer reception (link/reception.cpp). -----------------------------
   void WinSock_Download(const std::string& Stringa);

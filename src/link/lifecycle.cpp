@@ -94,9 +94,11 @@ void frmClient::WskProtocol(int vProtocol) {
   });
 }
 
+// The status is part of the panel's state even while nobody looks: a panel
+// shown later must show the status in force ("Non connesso" from the load
+// on), not a blank. Only the log boxes are skipped while it is hidden.
 void frmClient::PannelloConnetti(const std::string& sVar, long cl) {
   Guarded(*this, "PannelloConnetti", [&] {
-    if (!ShowCamRelay) return;
     Panel.pct = "Stato connessione: " + sVar;
     Panel.pctColour = cl;
     Panel.sbarConnesso = sVar;

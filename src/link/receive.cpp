@@ -7,21 +7,12 @@
 
 #include "link/frmClient.h"
 #include "link/guard.h"
+#include "link/limits.h"
 #include "link/reception.h"
 
 namespace camrelay::link {
 
 namespace {
-
-// The largest message a frame may announce, and the most text kept while a
-// frame's header is still incomplete. The unit's packets are tens of KiB at
-// most, so a peer that goes past this is broken or hostile; its bytes are
-// dropped rather than held.
-constexpr std::size_t kMaxFrameBytes = 4 * 1024 * 1024;
-
-// The most packets an acceptance may announce: the download array is sized
-// from the count before any packet arrives.
-constexpr long long kMaxAnnouncedPackets = 1 << 20;
 
 // How a read of the socket ends: a message to handle, nothing more to do in
 // this event, or the rest of the stream still to come (the reply timer is
@@ -49,6 +40,7 @@ class Incoming {
   std::string Read();
   Cut NextDatagram(std::string& message);
   Cut NextFrame(std::string& message);
+  bool FromTheUnit();
   void KeepPartialMarker();
   void ReportDropped(const std::string& what);
 
@@ -69,10 +61,22 @@ std::string Incoming::Read() {
   return data;
 }
 
-// One datagram is one message.
+// One datagram is one message, taken only from the unit's address and port:
+// anyone else on the network could otherwise answer in its place.
 Cut Incoming::NextDatagram(std::string& message) {
   message = Read();
-  return message.empty() ? Cut::EndHandler : Cut::Message;
+  if (message.empty() || !FromTheUnit()) return Cut::EndHandler;
+  return Cut::Message;
+}
+
+bool Incoming::FromTheUnit() {
+  if (form_.Winsock1->fromRemote()) return true;
+  const long dropped = ++form_.foreignDatagrams;
+  if (dropped % kForeignDatagramReportEvery == 1)
+    form_.CreateEventOnDebug("Winsock1_DataArrival: datagram from " + form_.Winsock1->peerIP() + ":" +
+                             std::to_string(form_.Winsock1->peerPort()) + ", not the unit; dropped (" +
+                             std::to_string(dropped) + " so far)");
+  return false;
 }
 
 // "LN{}" length "{}" message; whatever precedes the marker is garbage.
@@ -151,11 +155,16 @@ EndCheck CheckEndOfTransfer(frmClient& f, std::string& message) {
     count = LeadingNumber(TakeField(message));
   }
   if (tipo == code::Login) {
-    // The unit has nothing in progress: start the request again.
+    // The unit has nothing in progress: start the request again. The
+    // restart is one more attempt of the same request, not a new request:
+    // its count goes on, so that a unit answering so every time still
+    // brings the request to its give-up.
     f.tmrTimeOut->setEnabled(false);
     f.bAttesaFine = false;
     f.Stato = cNoOperation;
+    const auto attempts = f.TentativiTimeOut;
     f.ReadRichiesta();
+    f.TentativiTimeOut = std::max(attempts, f.TentativiTimeOut);
     return EndCheck::NextPass;
   }
   const long long expected = IsUploadType(f.sTipoArrivo) ? f.StringaInviata - 1 : f.nPacchetti;
@@ -322,6 +331,7 @@ void StartDownload(frmClient& f, const std::string& text, const Acceptance& a) {
   }
   f.nPacchetti = 0;
   f.StringaPar.assign(static_cast<std::size_t>(n) + 1, std::string());
+  f.bytesInTransfer = 0;
   const std::string tipo = f.sTipoArrivo;
   const std::string ack = std::string(code::Ack) + std::string(kSep) + tipo;
   if (tipo == "09" || tipo == "51" || tipo == "58") {
@@ -334,11 +344,15 @@ void StartDownload(frmClient& f, const std::string& text, const Acceptance& a) {
     else
       CompleteTransfer(f, tipo);
   } else if (tipo == "56") {
+    // Every acceptance starts the file from its first packet.
+    DiscardPartialMediaFile(f);
     if (n > 0) f.nPacchetti = 1;
     f.TrasmettiStringa(ack);
   } else if (tipo == "06") {
     f.TrasmettiStringa(ack);
-    f.StringaPar[0] = a.after;
+    // The opening element of the voice layout follows the acceptance, or the
+    // acceptance, "AA{}N{}06", is that element itself.
+    f.StringaPar[0] = a.after.empty() ? text : a.after;
     f.nPacchetti = 1;
   } else {
     f.TrasmettiStringa(ack);

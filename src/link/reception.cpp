@@ -2,6 +2,7 @@
 // collected into StringaPar; a complete transfer goes to its consumer (the
 // database, the voice-message folder, the received command string, the
 // preview). Multimedia files are written to disk as their packets arrive.
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include "files/voice.h"
 #include "link/frmClient.h"
 #include "link/guard.h"
+#include "link/limits.h"
 #include "link/reception.h"
 #include "store/download.h"
 
@@ -70,15 +72,44 @@ void CompleteOnUdp(frmClient& form) {
   if (!form.IsTCP()) CompleteTransfer(form, form.sTipoArrivo);
 }
 
+// Puts a packet in its slot unless the download would then hold more than
+// its limit. A peer that goes past it has its transfer ended as if it had
+// fallen silent, and the memory it took is given back at once.
+bool Hold(frmClient& form, std::size_t index, std::string packet) {
+  std::string& slot = form.StringaPar[index];
+  const std::size_t held = form.bytesInTransfer - std::min(slot.size(), form.bytesInTransfer) + packet.size();
+  if (held > kMaxTransferBytes) {
+    form.CreateEventOnDebug("WinSock_Download: the transfer would hold " + std::to_string(held) +
+                            " bytes, above the limit of " + std::to_string(kMaxTransferBytes) + "; ended");
+    form.StringaPar = {};
+    form.bytesInTransfer = 0;
+    form.nPacchetti = 0;
+    form.tmrTimeOut->setEnabled(false);
+    form.GiveUpRequest();
+    return false;
+  }
+  form.bytesInTransfer = held;
+  slot = std::move(packet);
+  return true;
+}
+
 bool SlotFree(const frmClient& form) {
   return form.nPacchetti >= 0 && form.nPacchetti < static_cast<int>(form.StringaPar.size());
+}
+
+// A packet that has no place in the transfer is dropped; the line says so,
+// so that a unit sending more than it announced is seen.
+void ReportDropped(frmClient& form, const std::string& what, const std::string& packet) {
+  form.CreateEventOnDebug("WinSock_Download: " + what + "; packet dropped: " + packet.substr(0, 40) + "\r\n" +
+                          StateReport(form));
 }
 
 // Voice messages and command strings: whole messages, in arrival order. A
 // packet beyond the announced count has no slot and is dropped.
 void CollectWhole(frmClient& form, const std::string& packet) {
-  if (!SlotFree(form)) return;
-  form.StringaPar[form.nPacchetti++] = packet;
+  if (!SlotFree(form)) return ReportDropped(form, "beyond the packets announced", packet);
+  if (!Hold(form, form.nPacchetti, packet)) return;
+  ++form.nPacchetti;
   if (form.nPacchetti == static_cast<int>(form.StringaPar.size())) CompleteOnUdp(form);
 }
 
@@ -86,10 +117,10 @@ void CollectWhole(frmClient& form, const std::string& packet) {
 // advances it; any other is parked in that slot until the expected one
 // overwrites it, so the pieces end up in order whatever order they came in.
 void CollectImagePiece(frmClient& form, const std::string& packet) {
-  if (!SlotFree(form)) return;
+  if (!SlotFree(form)) return ReportDropped(form, "beyond the pieces announced", packet);
   const auto second = packet.find(kSep, 2);
   const auto indexText = second == std::string::npos ? packet.substr(2) : packet.substr(2, second - 2);
-  form.StringaPar[form.nPacchetti] = packet;
+  if (!Hold(form, form.nPacchetti, packet)) return;
   if (LeadingNumber(indexText) != form.nPacchetti) return;
   ++form.nPacchetti;
   if (form.nPacchetti == static_cast<int>(form.StringaPar.size())) CompleteOnUdp(form);
@@ -113,13 +144,17 @@ std::optional<IndexedPacket> ParseIndexed(const std::string& packet) {
   return IndexedPacket{LeadingNumber(packet.substr(2, second - 2)), std::move(body)};
 }
 
-// Programming, log and camera-event packets: each placed by its own index.
-// The unit asks again for whatever is dropped here.
+// Programming, log and camera-event packets: each placed by its own index,
+// 0 included (a transfer of no packets ends with the packet of index 0).
+// The unit is asked again for whatever is dropped here.
 void CollectIndexed(frmClient& form, const std::string& message) {
   auto packet = ParseIndexed(message);
   const int last = form.UboundStringaPar();
-  if (!packet || packet->index < 1 || packet->index > last) return;
-  form.StringaPar[packet->index] = std::move(packet->body);
+  if (!packet) return ReportDropped(form, "not \"{}index{}length\" CR LF and a body of that length", message);
+  if (packet->index < 0 || packet->index > last)
+    return ReportDropped(form, "index " + std::to_string(packet->index) + " outside 0.." + std::to_string(last),
+                         message);
+  if (!Hold(form, static_cast<std::size_t>(packet->index), std::move(packet->body))) return;
   // A last packet repeated after the transfer ended (its acknowledgement was
   // lost) finds Stato moved on and must not end the transfer a second time,
   // which would drop the request now at the head.
@@ -130,8 +165,7 @@ bool EndsWith(const std::string& text, std::string_view tail) {
   return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
-// Appends one packet's data to the multimedia file being fetched: snapshots
-// (an exact ".jpg" ending) below Snapshot/, anything else below VideoAvi/.
+// Appends one packet's data to the multimedia file being fetched.
 void AppendMediaData(frmClient& form, std::string_view data) {
   const std::string& name = form.NomeFileMultimedia;
   if (!store::IsPlainFileName(name)) {
@@ -142,18 +176,50 @@ void AppendMediaData(frmClient& form, std::string_view data) {
                               "\" is refused: a multimedia file is named without a folder");
     return;
   }
-  const fs::path folder = fs::path(form.BaseDir()) / (EndsWith(name, ".jpg") ? "Snapshot" : "VideoAvi");
-  fs::create_directories(folder);
-  const fs::path target = folder / name;
+  const fs::path target = PartialMediaFile(form);
+  fs::create_directories(target.parent_path());
   std::ofstream out(target, std::ios::binary | std::ios::app);
   out.write(data.data(), static_cast<std::streamsize>(data.size()));
+  out.flush();
+  const auto size = out.tellp();
   out.close();
-  if (!out) throw std::runtime_error("cannot write " + target.string());
-  form.FileMultimediaSize = static_cast<int>(fs::file_size(target));
+  if (!out || size < 0) throw std::runtime_error("cannot write " + target.string());
+  form.FileMultimediaSize = static_cast<int>(size);
   form.RaiseStato(cRicezioneMultimedia);
 }
 
+// The partial file becomes the file asked for once the run is complete; a
+// run without data leaves nothing.
+void PublishMediaFile(frmClient& form) {
+  if (!store::IsPlainFileName(form.NomeFileMultimedia)) return;
+  const fs::path partial = PartialMediaFile(form);
+  if (fs::exists(partial)) fs::rename(partial, MediaFile(form));
+}
+
 }  // namespace
+
+// Snapshots (an exact ".jpg" ending) below Snapshot/, anything else below
+// VideoAvi/.
+fs::path MediaFile(frmClient& form) {
+  const std::string& name = form.NomeFileMultimedia;
+  return fs::path(form.BaseDir()) / (EndsWith(name, ".jpg") ? "Snapshot" : "VideoAvi") / name;
+}
+
+// A run that is started again (the link was rebuilt, the unit asked for the
+// request anew) starts from its first packet: its data goes to a partial
+// file, emptied at each acceptance, so that the file asked for never holds
+// a failed attempt's bytes.
+fs::path PartialMediaFile(frmClient& form) {
+  fs::path partial = MediaFile(form);
+  partial += ".part";
+  return partial;
+}
+
+void DiscardPartialMediaFile(frmClient& form) {
+  if (!store::IsPlainFileName(form.NomeFileMultimedia)) return;
+  std::error_code ignored;
+  fs::remove(PartialMediaFile(form), ignored);
+}
 
 void frmClient::WinSock_Download(const std::string& Stringa) {
   GuardedWithState(*this, "WinSock_Download", [&] {
@@ -172,9 +238,18 @@ void frmClient::WinSock_Download(const std::string& Stringa) {
 
 void frmClient::Winsock_ResendAll(const std::string& Stringa) {
   GuardedWithState(*this, "Winsock_ResendAll", [&] {
-    tmrTimeOut->setEnabled(false);
     const auto sep = Stringa.find(kSep);
-    CompleteTransfer(*this, sep == std::string::npos ? std::string() : Stringa.substr(sep + 2, 2));
+    const std::string tipo = sep == std::string::npos ? std::string() : Stringa.substr(sep + 2, 2);
+    // A "12" repeated or late, for a transfer that has already ended, would
+    // complete it a second time and remove the request now in flight. Only
+    // the transfer in progress is completed, as the last packet does on UDP.
+    if (tipo != sTipoArrivo || StatoForTipo(tipo) != Stato) {
+      CreateEventOnDebug("Winsock_ResendAll: end of a transfer " + tipo + " that is not in progress ignored\r\n" +
+                         StateReport(*this));
+      return;
+    }
+    tmrTimeOut->setEnabled(false);
+    CompleteTransfer(*this, tipo);
   });
 }
 
@@ -187,6 +262,7 @@ void frmClient::WinSock_DownloadMedia(const std::string& Stringa) {
     ++nPacchetti;
     if (nPacchetti == last + 1) {
       tmrTimeOut->setEnabled(false);
+      PublishMediaFile(*this);
       Stato = cRicezioneMultimediaOK;
       RaiseStato(Stato);
       Stato = cNoOperation;

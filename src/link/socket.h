@@ -61,7 +61,12 @@ class Socket {
   virtual std::string localIP() const = 0;
   // Address and port of the peer that sent the last data.
   virtual std::string peerIP() const = 0;
+  // The address the remote host resolved to once sent to or connected;
+  // before that, the remote host as given.
+  virtual std::string remoteHostIP() const = 0;
   virtual int peerPort() const = 0;
+  // UDP: whether the last datagram came from the remote host and port.
+  virtual bool fromRemote() const = 0;
   virtual int state() const = 0;
 
   // UDP: bind to the local port (0 picks one); state becomes sckOpen.

@@ -5,6 +5,7 @@
 
 #include "link/frmClient.h"
 #include "link/guard.h"
+#include "link/reception.h"
 
 namespace camrelay::link {
 
@@ -64,10 +65,16 @@ bool EndsWithAnswer(int stato) {
   }
 }
 
-// The counter climbs one by one, so equality is the test, not a bound.
+// The counter climbs one by one to the limit. A login starts it three short
+// of the transport's limit while sTipoArrivo still names the transfer before
+// it; with a limit above the media one that start would lie beyond the media
+// limit and an equality test would never be met. The limit is therefore a
+// bound, the larger of the two for media: for the transports' own limits
+// (10, 15) this is the same as testing for equality.
 bool ShouldRetry(const frmClient& f) {
   const bool media = f.sTipoArrivo == "56" || f.sTipoArrivo == "09";
-  return (media || f.TentativiTimeOut != f.TentativiTimeOutMax) && !(media && f.TentativiTimeOut == kMediaAttempts);
+  const int limit = media ? std::max(kMediaAttempts, f.TentativiTimeOutMax) : f.TentativiTimeOutMax;
+  return f.TentativiTimeOut < limit;
 }
 
 std::string EndProbe(const std::string& tipo, int count) {
@@ -84,6 +91,9 @@ void Retry(frmClient& f) {
   if (IsUploadType(f.sTipoArrivo)) {
     // Send the last packet again, numbered, so the unit can tell a repeat.
     f.StringaInviata = std::min(std::max(f.StringaInviata - 1, 0), f.UboundStringaPar() + 1);
+    if (f.StringaInviata > f.UboundStringaPar())
+      f.CreateEventOnDebug("tmrTimeOut_Timer: there is no element " + std::to_string(f.StringaInviata) +
+                           " to send again; the probe goes without one");
     f.TrasmettiStringa(EndProbe(f.sTipoArrivo, f.StringaInviata) + f.GetStringaPar(f.StringaInviata));
     ++f.StringaInviata;
     f.RaiseStato(cTimeOutConnessione);
@@ -109,12 +119,15 @@ void GiveUp(frmClient& f) {
     f.RaiseStato(cErroreConnessione);
   }
   const std::string tipo = f.sTipoArrivo;
+  if (tipo == "56") DiscardPartialMediaFile(f);
   f.RemoveRichiesta(1);
   if (tipo == "09" || tipo == "08") f.ResumePreviewAfterGiveUp();
   f.PannelloConnetti("Non connesso", panel::kRed);
 }
 
 }  // namespace
+
+void frmClient::GiveUpRequest() { GiveUp(*this); }
 
 void frmClient::tmrTimeOut_Timer() {
   Guarded(*this, "tmrTimeOut_Timer", [&] {
@@ -171,7 +184,11 @@ void frmClient::Winsock_RicevutoPacchetto(const std::string& Stringa) {
     }
     // Only the acknowledgement of the last packet ends the upload; a repeat
     // of it finds StringaInviata already past the end.
-    if (StringaInviata != UboundStringaPar() + 1) return;
+    if (StringaInviata != UboundStringaPar() + 1) {
+      CreateEventOnDebug("Winsock_RicevutoPacchetto: acknowledgement with no element left to send ignored\r\n" +
+                         StateReport(*this));
+      return;
+    }
     ++StringaInviata;
     if (Stato == cTrasmettiInstallCode || Stato == cTrasmettiUserCode) sStringaPassword = NewStringaPassWord;
     if (!EndsWithAnswer(Stato)) {

@@ -15,7 +15,7 @@ void frmClient::TrasmettiStringa(const std::string& Stringa) {
     Winsock1->sendData(wire);
     if (ShowCamRelay) {
       panel::AppendLogLine(Panel.txtTxData, LogStamp() + " - " + wire);
-      Panel.lblRemoteIpOut = "Indirizzo IP remoto: " + Winsock1->remoteHost();
+      Panel.lblRemoteIpOut = "Indirizzo IP remoto: " + Winsock1->remoteHostIP();
       Panel.lblRemotePortOut = "Porta di accesso remota: " + std::to_string(Winsock1->remotePort());
       Panel.lblLocalPort = "Porta locale: " + std::to_string(Winsock1->localPort());
       Panel.LblTentativiRicezione = "Tentativi di trasmissione pacchetto: " + std::to_string(TentativiTimeOut);

@@ -173,23 +173,32 @@ void frmClient::UploadStrCommand(const std::string& command) {
   Guarded(*this, "UploadStrCommand", [&] { SendCommand(*this, "50", cTrasmettiStringa, command); });
 }
 
+namespace {
+
+// A payload built from tables that could not be read (no database) is not
+// sent: the builder has reported why, and the queue goes on.
+void SendTables(frmClient& f, int stato, int interval) {
+  if (f.UboundStringaPar() < 1) {
+    f.Stato = cNoOperation;
+    f.RemoveRichiesta(1);
+    return;
+  }
+  Send(f, stato, interval);
+}
+
+}  // namespace
+
 void frmClient::UpLoadProgrammazione() {
   Guarded(*this, "UpLoadProgrammazione", [&] {
     store::LoadDataFromDB(StringaPar, Database(), this, AccessCode(*this));
-    Send(*this, cTrasmettiProg, TimeOutLungo);
+    SendTables(*this, cTrasmettiProg, TimeOutLungo);
   });
 }
 
 void frmClient::UpLoadProgCamEvents() {
   Guarded(*this, "UpLoadProgCamEvents", [&] {
     store::LoadProgCamEventsFromDB(StringaPar, Database(), this, AccessCode(*this));
-    if (UboundStringaPar() < 1) {
-      // The builder has reported why; the queue goes on.
-      Stato = cNoOperation;
-      RemoveRichiesta(1);
-      return;
-    }
-    Send(*this, cTrasmettiProgCamEvents, TimeOutBreve);
+    SendTables(*this, cTrasmettiProgCamEvents, TimeOutBreve);
   });
 }
 

@@ -3,6 +3,7 @@
 // The unit answers with a "09" image transfer, which may carry no image at
 // all when it only confirms a command; the preview then moves on to the next
 // camera of the cycle.
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <stdexcept>
@@ -44,16 +45,14 @@ std::string SelectPreview(frmClient& form, const std::string& arg) {
   return arg;
 }
 
-// The commands that act once: after a give-up they are not sent again, since
-// repeating them would step or seek twice. Those carrying a value are known
-// by their name, the text up to the colon.
+// The commands that are not sent again after a give-up, compared whole: a
+// seek or a quality setting that carries its value is a different text and
+// is asked for again, so that the position or quality the host set is not
+// lost with the answer.
 bool IsOneShotCommand(const std::string& command) {
   static constexpr std::array<std::string_view, 6> kOnce = {
       "STOP:", "PAUSE:", "NEXTFRAME:", "PREVFRAME:", "CurrentTimeFileVideo:", "SetQualityImages:"};
-  const std::string_view name = std::string_view(command).substr(0, command.find(':') + 1);
-  for (const auto once : kOnce)
-    if (name == once) return true;
-  return false;
+  return std::find(kOnce.begin(), kOnce.end(), command) != kOnce.end();
 }
 
 // One image piece "{}" index "{}" size "{}" data: appends its data and
@@ -136,11 +135,20 @@ void frmClient::CompletePreviewImage() {
   long size = 0;
   CreaStrPreview(size);
   const bool stream = sTipoArrivo == "58";
-  // Only an image whose pieces add up to the size they announce is reported;
-  // an answer that merely confirms a command carries none.
-  if (!ImagePreview.empty() && static_cast<long>(ImagePreview.size()) == size) {
-    Stato = stream ? cRicezioneStreamImageOK : cRicezionePreViewOK;
+  // Every image that resulted is reported; an answer that merely confirms a
+  // command carries none. A size field that is not the byte count is the
+  // unit's slip, not a reason to lose the picture.
+  if (!ImagePreview.empty()) {
+    if (static_cast<long>(ImagePreview.size()) != size)
+      CreateEventOnDebug("CreaStrPreview: the image holds " + std::to_string(ImagePreview.size()) +
+                         " bytes, its pieces announce " + std::to_string(size));
+    const int reported = stream ? cRicezioneStreamImageOK : cRicezionePreViewOK;
+    Stato = reported;
     RaiseStato(Stato);
+    // A host may queue a request from inside the stream image's event, and
+    // the link serves it at once in that state: it is then in flight, and
+    // must be neither overwritten nor served a second time.
+    if (stream && Stato != reported) return;
   }
   Stato = cNoOperation;
   if (stream) {

@@ -64,7 +64,10 @@ void frmClient::AddRichiesta(const std::string& Tipo, const std::string& Paramet
         !ForceAdd && std::any_of(Richieste.begin() + std::min<std::ptrdiff_t>(2, Richieste.size()),
                                  Richieste.end(),
                                  [&](const Richiesta& waiting) { return IsDuplicate(waiting, Tipo, Parametro); });
-    if (!refused) Richieste.push_back(Richiesta{Tipo, Parametro});
+    if (refused)
+      ++RichiesteRifiutate;
+    else
+      Richieste.push_back(Richiesta{Tipo, Parametro});
     if (ShowCamRelay)
       panel::AppendLogLine(Panel.LblRichiesta,
                            (refused ? "No: " : "") + QueueLine(QueueLength(), Tipo, Parametro, Stato));

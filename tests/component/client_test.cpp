@@ -59,6 +59,24 @@ TEST_F(ClientFixture, ArgumentsBecomeTheNextDefaults) {
   EXPECT_NE(settings().find("LocalPort=3000\n"), std::string::npos);
 }
 
+// Many clients in one process must neither rewrite the shared file per unit
+// nor be handed the ports it holds: each keeps what it was given, survives a
+// rebuild without the file, and a local port left out is the system's pick.
+TEST_F(ClientFixture, WithoutTheSettingsFileNothingIsReadOrWritten) {
+  writeSettings("RemoteHost=10.9.9.9\nRemotePort=7\nLocalPort=14400\nDelayLoadDataFromDB=1800\n");
+  const std::string before = settings();
+  client.UsaFileImpostazioni(false);
+  client.Connetti("", 0, 0);
+  EXPECT_EQ(platform->socket->remoteHost(), "192.168.0.1");
+  EXPECT_EQ(platform->socket->remotePort(), 19201);
+  EXPECT_EQ(client.LocalPort(), 50000);  // what the fake system picks for port 0
+  EXPECT_EQ(client.Form()->DelayLoadDataFromDB, 50);
+  client.Connetti("127.0.0.1", 2000, 0, false, sckTCPProtocol);
+  client.Protocol(sckUDPProtocol);  // the rebuild runs Connetti again
+  EXPECT_EQ(client.RemotePort(), 2000);
+  EXPECT_EQ(settings(), before);
+}
+
 TEST_F(ClientFixture, DelayLoadDataFromDBOutsideItsBoundsBecomesFifty) {
   for (auto [stored, expected] : {std::pair{"0", "50"}, {"1801", "50"}, {"1800", "1800"}, {"1", "1"}}) {
     writeSettings(std::string("DelayLoadDataFromDB=") + stored + "\n");
@@ -176,6 +194,34 @@ TEST_P(RebuildTest, KeepsCodeQueueAndSettingsAndServesTheHeadAgain) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ResetAndAbort, RebuildTest, ::testing::Values(10054, 10053));
+
+// A handler of the host that throws is reported and the rebuild goes on; no
+// cycle on the old link is restored as the property does it, with a stop.
+TEST_F(ClientFixture, RebuildGoesOnWhenTheHostsHandlerThrowsAndRestoresNoCycleAsAStop) {
+  client.Connetti("127.0.0.1", 19201, 14400, false, sckTCPProtocol, dir.str());
+  client.CambioStatoConnessione = [](StatoConnessioneEnum) { throw std::runtime_error("host bug"); };
+  auto* oldForm = client.Form();
+  platform->socket->state_ = link::sckConnected;
+  platform->socket->fail(10054, "Connection is reset by remote side");
+  EXPECT_NO_THROW(platform->runPosted());
+  ASSERT_NE(client.Form(), nullptr);
+  EXPECT_NE(client.Form(), oldForm);
+  EXPECT_EQ(client.Form()->Richieste.back(), (link::Richiesta{"08", "0"}));
+  ASSERT_FALSE(debug.empty());
+  EXPECT_EQ(debug.front(), "CambioStatoConnessione: the host's handler failed: host bug");
+}
+
+// A camera converts as a whole number does; a text that is none is refused
+// before anything is queued or sent.
+TEST_F(ClientFixture, APreviewCameraMustBeANumber) {
+  client.Connetti("127.0.0.1", 19201, 14400, false, sckUDPProtocol, dir.str());
+  client.AttivaPreview("due");
+  EXPECT_EQ(debug, std::vector<std::string>{"cAttivaPreview: \"due\" is not a camera number; nothing sent"});
+  EXPECT_TRUE(platform->socket->sent.empty());
+  client.AttivaPreview("2.6");
+  EXPECT_EQ(client.VideoCicle(), 4);
+  EXPECT_EQ(client.Form()->Richieste.back(), (link::Richiesta{"08", "3"}));
+}
 
 TEST_F(ClientFixture, OtherSocketErrorsReportButDoNotRebuild) {
   client.Connetti("h", 1, 1, false, sckTCPProtocol);

@@ -233,6 +233,29 @@ TEST(Retries, EachRequestIsTriedUpToItsLimitThenGivenUp) {
   EXPECT_EQ(Count(preview.states, cErroreConnessione), 0);
 }
 
+// No unit behaviour and no retry limit keeps a request for ever: a unit that
+// answers every probe with "start again" still brings the give-up, each
+// restart counting as an attempt; and a login that follows a media transfer
+// (whose type it still carries) stops at a limit above the media one.
+TEST(Retries, EveryRequestEnds) {
+  LinkFixture restarted(sckUDPProtocol);
+  Serve(restarted, {"02"});
+  int fires = 0;
+  while (fires < 100 && restarted.form().QueueLength() > 0 && restarted.timer().fire()) {
+    ++fires;
+    if (restarted.form().QueueLength() > 0) restarted.unitSends("13{}00{}0{}");
+  }
+  EXPECT_EQ(fires, 15);
+  EXPECT_EQ(Count(restarted.states, cErroreConnessione), 1);
+
+  LinkFixture login(sckUDPProtocol);
+  login.form().TentativiTimeOutMax = 40;
+  login.form().sTipoArrivo = "56";
+  Serve(login, {"AA"});
+  EXPECT_EQ(FireWhileServing(login, "AA"), 4);
+  EXPECT_EQ(Count(login.states, cErroreConnessione), 1);
+}
+
 TEST(Upload, PacedByOkWithASilenceResentAsThirteenAndCarriedOnByItsAnswer) {
   LinkFixture t(sckTCPProtocol);
   t.form().NewStringaPassWord = "NEW";

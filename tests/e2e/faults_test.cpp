@@ -188,6 +188,67 @@ TEST_F(Faults, TcpResetMidTransferIsSurvived) {
             Sorted(Rows(unitDb(), "Registro_eventi", "IdRegistro")));
 }
 
+// A reset in the middle of a clip rebuilds the link and fetches the clip
+// again from its start: the file holds it once, whole.
+TEST_F(Faults, TcpResetMidMediaGivesTheWholeFileOnce) {
+  StartUnit(Transport::Tcp, {"--reset-after", "2"});
+  const fs::path clip = *fs::directory_iterator(unitDir() / "VideoAvi");
+  const Outcome run = Host({"--events", "download-media", clip.filename().string()});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  EXPECT_NE(run.out.find("STATE 9 cErroreConnessione"), std::string::npos) << run.out;
+  EXPECT_EQ(FileBytes(hostDir() / "VideoAvi" / clip.filename()), FileBytes(clip));
+}
+
+// The unit may answer a command string's last element with the answer's
+// acceptance, or with "OK" and the answer after it: either way the answer
+// is waited for and printed.
+class CommandAnswer : public EndToEnd,
+                      public ::testing::WithParamInterface<std::tuple<Transport, bool>> {};
+
+TEST_P(CommandAnswer, ArrivesInEitherOrder) {
+  const auto [transport, okFirst] = GetParam();
+  StartUnit(transport, okFirst ? std::vector<std::string>{"--ok-before-answer"} : std::vector<std::string>{});
+  const Outcome run = Host({"request-command", "VERSIONE?", "login"});
+  EXPECT_EQ(run.exit, 0) << run.err;
+  EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 1) << run.out;
+  EXPECT_TRUE(run.out.starts_with("VERSIONE:")) << run.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(Orders, CommandAnswer,
+                         ::testing::Combine(::testing::Values(Transport::Tcp, Transport::Udp), ::testing::Bool()),
+                         [](const auto& info) {
+                           return Name(std::get<0>(info.param)) + (std::get<1>(info.param) ? "OkFirst" : "AnswerFirst");
+                         });
+
+// Voice messages that cannot be written (Audio/ is a file here) fail the
+// command, although the transfer itself completed.
+TEST_F(Faults, VoiceMessagesThatCannotBeWrittenFailTheDownload) {
+  StartUnit(Transport::Udp);
+  test::WriteFileBytes(hostDir() / "Audio", "not a folder");
+  const Outcome run = Host({"download-wave"});
+  EXPECT_EQ(run.exit, 1);
+  EXPECT_NE(run.err.find("download-wave: not every voice message could be written: SaveMessaggiWave: "),
+            std::string::npos)
+      << run.err;
+}
+
+// A log with one record that cannot be stored keeps the others and names
+// the bad one.
+TEST_F(Faults, ALogWithABadRecordKeepsTheGoodOnes) {
+  StartUnit(Transport::Udp);
+  Execute(unitDb(), "UPDATE Registro_eventi SET DataOra = 'domani' WHERE IdRegistro = "
+                    "(SELECT min(IdRegistro) FROM Registro_eventi)");
+  const std::size_t events = Rows(unitDb(), "Registro_eventi").size();
+  const Outcome run = Host({"download-log"});
+  EXPECT_EQ(run.exit, 1);
+  EXPECT_NE(run.err.find("download-log: " + std::to_string(events) + " records stored; 1 problem(s) with the "
+                         "others: AppendRecordLines on line"),
+            std::string::npos)
+      << run.err;
+  EXPECT_NE(run.err.find("\"domani\" is not a date"), std::string::npos) << run.err;
+  EXPECT_EQ(Rows(hostDb(), "Registro_eventi").size(), events);
+}
+
 // A busy unit answers "BS" and then takes longer than all the attempts
 // together would last: the host waits for it rather than giving up.
 TEST_F(Faults, BusyUnitIsWaitedForBeyondTheTimeOuts) {
@@ -224,7 +285,7 @@ TEST_F(Faults, SilentUnitIsGivenUpAndKeepsExistingFiles) {
   EXPECT_TRUE(GaveUp(run, "download-media")) << run.err;
   EXPECT_TRUE(GaveUp(run, "login")) << run.err;
   EXPECT_EQ(FileBytes(hostDir() / "Snapshot/ingresso.jpg"), "the picture from yesterday");
-  EXPECT_FALSE(fs::exists(hostDir() / "Snapshot/ingresso.jpg.camrelay-previous"));
+  EXPECT_FALSE(fs::exists(hostDir() / "Snapshot/ingresso.jpg.part"));
 }
 
 }  // namespace

@@ -102,15 +102,20 @@ TEST(Lifecycle, ResetAndAbortRaiseTheirEventsAndGoIdleOthersOnlyReport) {
   EXPECT_EQ(f.socket().state(), link::sckClosed);
 }
 
-TEST(Lifecycle, TheStatusDisplayIsWrittenOnlyWhileThePanelIsShown) {
+// A panel shown later shows the status in force, so the status is kept
+// while it is hidden; the log boxes are not.
+TEST(Lifecycle, TheStatusIsKeptFromTheLoadOnWhileTheLogsWaitForThePanelToShow) {
   LinkFixture f(1);
   auto& form = f.form();
-  form.PannelloConnetti("Connesso con 1.2.3.4", 128L << 8);
-  EXPECT_EQ(form.Panel.pct, "");
-  form.ShowCamRelay = true;
+  form.Form_Load();
+  EXPECT_EQ(form.Panel.pct, "Stato connessione: Non connesso");
+  EXPECT_EQ(form.Panel.pctColour, 255);
   form.PannelloConnetti("Connesso con 1.2.3.4", 128L << 8);
   EXPECT_EQ(form.Panel.pct, "Stato connessione: Connesso con 1.2.3.4");
+  EXPECT_EQ(form.Panel.pctColour, 128L << 8);
   EXPECT_EQ(form.Panel.sbarConnesso, "Connesso con 1.2.3.4");
+  form.Winsock1_Close();
+  EXPECT_EQ(form.Panel.Label3, "");
 }
 
 TEST(Lifecycle, TheSendRowSendsOnlyOnUdpAndOnlyText) {

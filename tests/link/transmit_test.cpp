@@ -47,10 +47,11 @@ TEST(Transmit, ThePanelShowsWhatWasSentWhenVisible) {
   f.form().TentativiTimeOut = 3;
   f.form().Stato = 5;
   f.timer().setInterval(750);
+  f.socket().resolvedIP = "10.1.2.3";  // the unit given by name
   f.form().TrasmettiStringa("OK{}04");
   const auto& p = f.form().Panel;
   EXPECT_NE(p.txtTxData.find(" - OK{}04"), std::string::npos);
-  EXPECT_EQ(p.lblRemoteIpOut, "Indirizzo IP remoto: 127.0.0.1");
+  EXPECT_EQ(p.lblRemoteIpOut, "Indirizzo IP remoto: 10.1.2.3");
   EXPECT_EQ(p.lblRemotePortOut, "Porta di accesso remota: 19201");
   EXPECT_EQ(p.LblTentativiRicezione, "Tentativi di trasmissione pacchetto: 3");
   EXPECT_EQ(p.LblTimeOut, "Durata TimeOut: 750ms");

@@ -3,12 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <boost/asio.hpp>
+#include <malloc.h>
+
 #include <chrono>
+#include <filesystem>
 
 #include "camrelay/clsClient.h"
 #include "env_guard.h"
 #include "link/frmClient.h"
 #include "store/DataVideo.h"
+#include "temp_dir.h"
 
 using namespace camrelay;
 namespace asio = boost::asio;
@@ -119,6 +123,30 @@ TEST(Loopback, UdpSendsEachMessageAsOneBareDatagram) {
   EXPECT_EQ(got, bytes);
 }
 
+// Another socket on the same machine is not the unit: its datagram is told
+// apart by its port, before and after the unit's own.
+TEST(Loopback, UdpTellsTheUnitsDatagramsFromAnyoneElses) {
+  asio::io_context serverIo;
+  udp::socket unit(serverIo, {kLoopback, 0});
+  udp::socket stranger(serverIo, {kLoopback, 0});
+  RealLink client(1, unit.local_endpoint().port());
+  client.form->TrasmettiStringa("AA{}0{}00{}123456");
+  std::array<char, 64> buffer{};
+  udp::endpoint link;
+  unit.receive_from(asio::buffer(buffer), link);
+
+  std::vector<std::pair<std::string, bool>> got;
+  client.form->Winsock1->onDataArrival = [&](long) {
+    std::string data = client.form->Winsock1->getData();
+    got.emplace_back(std::move(data), client.form->Winsock1->fromRemote());
+  };
+  stranger.send_to(asio::buffer(std::string("forged")), link);
+  unit.send_to(asio::buffer(std::string("genuine")), link);
+  stranger.send_to(asio::buffer(std::string("forged again")), link);
+  ASSERT_TRUE(RunUntil(client.io, [&] { return got.size() == 3; }));
+  EXPECT_EQ(got, (std::vector<std::pair<std::string, bool>>{{"forged", false}, {"genuine", true}, {"forged again", false}}));
+}
+
 TEST(Loopback, UdpBindToAPortInUseLeavesNoProtocol) {
   test::ConfigHomeGuard home;
   asio::io_context io;
@@ -180,4 +208,62 @@ TEST(Loopback, TheReplyTimerTicksOnRealTime) {
   ASSERT_TRUE(RunUntil(io, [&] { return ticks > 0; }));
   io.run_for(std::chrono::milliseconds(60));
   EXPECT_EQ(ticks, 1);  // disabled inside its own tick: fires once
+}
+
+// A host may keep a thousand links open at once: a link set up and waiting
+// (socket bound, database open) must not hold a receive buffer or a warm
+// page cache of its own. Counted in heap bytes, which do not depend on the
+// machine's load.
+TEST(IdleLinks, HoldLittleMemoryEach) {
+  test::ConfigHomeGuard home;
+  test::TempDir dir;
+  constexpr int kLinks = 20;
+  constexpr std::size_t kMostBytesPerLink = 48 * 1024;
+  asio::io_context io;
+  std::vector<std::unique_ptr<clsClient>> links;
+  auto heapInUse = [] {
+    const auto info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+  };
+  const std::size_t before = heapInUse();
+  for (int n = 0; n < kLinks; ++n) {
+    const auto folder = dir / std::to_string(n);
+    std::filesystem::create_directories(folder);
+    auto client = std::make_unique<clsClient>(io);
+    client->UsaFileImpostazioni(false);
+    client->Connetti("127.0.0.1", 9, 0, false, n % 2 ? sckTCPProtocol : sckUDPProtocol, folder.string());
+    client->StringaConnDB((folder / "VideoSentrova.db").string());
+    client->ApriDB();
+    ASSERT_EQ(client->Database().StatoDB, cDbAperto);
+    links.push_back(std::move(client));
+  }
+  io.poll();
+  EXPECT_LT((heapInUse() - before) / kLinks, kMostBytesPerLink);
+}
+
+// The real reply timer: a restart moves the tick on (the link restarts it at
+// every packet), and a shorter interval takes effect at once rather than
+// after the wait already under way.
+TEST(AsioTimer, RestartsMoveTheTickAndAShorterIntervalCountsAtOnce) {
+  asio::io_context io;
+  auto timer = link::makeAsioPlatform(io)->makeTimer();
+  int ticks = 0;
+  timer->onTick = [&] { ++ticks; };
+  timer->setInterval(300);
+  timer->setEnabled(true);
+  for (int i = 0; i < 15; ++i) {  // restarted every 30 ms for 450 ms: never due
+    io.run_for(std::chrono::milliseconds(30));
+    io.restart();
+    timer->setInterval(300);
+  }
+  EXPECT_EQ(ticks, 0);
+  timer->setInterval(60000);
+  timer->setInterval(20);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_TRUE(RunUntil(io, [&] { return ticks > 0; }));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+  timer->setEnabled(false);
+  const int seen = ticks;
+  io.run_for(std::chrono::milliseconds(100));
+  EXPECT_EQ(ticks, seen) << "a disabled timer does not tick";
 }

@@ -99,7 +99,7 @@ TEST(Playback, ARecordedFileOpensPausedAndHoldsTheCycleUntilClosedOrRefused) {
   }
 }
 
-TEST_F(Preview, ImagesAreAssembledInOrderAndOnlyWhole) {
+TEST_F(Preview, ImagesAreAssembledInOrderAndAlwaysReported) {
   form.AttivaPreview("2");
   TakesTheRequest(unit);
   SendsImage(unit, TwoPieceImage('o'), {2, 1, 2});  // the early piece 2 is parked and sent again
@@ -110,7 +110,9 @@ TEST_F(Preview, ImagesAreAssembledInOrderAndOnlyWhole) {
   TakesTheRequest(unit);
   unit.deliver("AA{}1{}09{}10");
   unit.deliver("{}1{}10{}123456789");
-  EXPECT_EQ(Raised(f, cRicezionePreViewOK), 1) << "nine bytes of the ten announced";
+  EXPECT_EQ(form.ImagePreview, "123456789");
+  EXPECT_EQ(Raised(f, cRicezionePreViewOK), 2) << "nine bytes of the ten announced are still an image";
+  EXPECT_TRUE(f.debugContains("CreaStrPreview: the image holds 9 bytes, its pieces announce 10"));
 
   // A stream image serves the request waiting behind it and leaves the cycle alone.
   form.VideoCiclePreview = 5;
@@ -122,6 +124,20 @@ TEST_F(Preview, ImagesAreAssembledInOrderAndOnlyWhole) {
   EXPECT_EQ(form.Richieste, (Queue{{}, {"03", "03"}}));
 }
 
+// A host that asks for more from inside the stream image's event gets it
+// served once, and the exchange it started is left running.
+TEST_F(Preview, ARequestQueuedFromTheStreamImageEventIsServedOnce) {
+  form.CambioStatoConnessione = [&](StatoConnessioneEnum s) {
+    f.states.push_back(s);
+    if (s == cRicezioneStreamImageOK) form.AddRichiesta("53", "");
+  };
+  form.Stato = cTrasmettiStreamImageReq;
+  unit.sent.clear();
+  SendsImage(unit, TwoPieceImage('s'), {1, 2}, "58");
+  EXPECT_EQ(std::count(unit.sent.begin(), unit.sent.end(), "AA{}0{}53{}123456"), 1);
+  EXPECT_EQ(form.Stato, cRichiestaCamEvents);
+}
+
 TEST_F(Preview, AGiveUpMovesTheCycleOnAndRepeatsOnlyWhatIsWorthRepeating) {
   form.VideoCiclePreview = 5;
   form.AddRichiesta("08", "1");
@@ -130,16 +146,21 @@ TEST_F(Preview, AGiveUpMovesTheCycleOnAndRepeatsOnlyWhatIsWorthRepeating) {
   for (int fired = 0; fired < 40 && form.NCamPreviewDownloaded == 1; ++fired) f.timer().fire();
   EXPECT_EQ(form.Richieste, (Queue{{}, {"08", "3"}}));
 
+  // Only the exact texts act once; a seek or a quality with its value, like
+  // any other command, is asked for again.
   form.NomeFileMultimedia = "rec1.avi";
-  for (const std::string once : {"PAUSE:", "STOP:", "NEXTFRAME:", "PREVFRAME:", "CurrentTimeFileVideo:40",
-                                 "SetQualityImages:3"}) {
+  for (const std::string once : {"PAUSE:", "STOP:", "NEXTFRAME:", "PREVFRAME:", "CurrentTimeFileVideo:",
+                                 "SetQualityImages:"}) {
     form.ComandoPlayback = once;
     form.ResumePreviewAfterGiveUp();
     EXPECT_EQ(form.QueueLength(), 1) << once;
   }
-  form.ComandoPlayback = "CLOSE:";
-  form.ResumePreviewAfterGiveUp();
-  EXPECT_EQ(form.Richieste.back(), (link::Richiesta{"08", "CLOSE:"}));
+  for (const std::string again : {"CurrentTimeFileVideo:40", "SetQualityImages:3", "CLOSE:"}) {
+    form.Richieste.resize(2);
+    form.ComandoPlayback = again;
+    form.ResumePreviewAfterGiveUp();
+    EXPECT_EQ(form.Richieste.back(), (link::Richiesta{"08", again}));
+  }
 }
 
 TEST(ClientPreview, TheCycleOnCamerasOneAndThreeWrapsAroundUntilZeroIsWritten) {

@@ -52,15 +52,18 @@ void DownloadMedia(LinkFixture& f, const std::string& name, const Texts& chunks)
 
 TEST(Reception, UdpLogDropsMalformedPacketsAndEndsOnItsLastOne) {
   LinkFixture f(1);
+  f.form().OpenDB();
   f.form().AddRichiesta("04", "04");
   f.unitSends("AA{}3{}04");
   f.clearRecords();
   const auto empty = f.form().StringaPar;
-  // Short body, no line end, no second separator, index 0, index past the count.
-  for (const std::string bad : {"{}3{}10\r\n123456789", "{}3{}9123456789", "{}3", "{}0{}3\r\nabc", "{}4{}3\r\nabc"})
+  // Short body, no line end, no second separator, index past the count.
+  for (const std::string bad : {"{}3{}10\r\n123456789", "{}3{}9123456789", "{}3", "{}4{}3\r\nabc"})
     f.unitSends(bad);
   EXPECT_EQ(f.form().StringaPar, empty);
-  EXPECT_EQ(f.messages(), Texts(5, "OK")) << "a dropped packet is still acknowledged";
+  EXPECT_EQ(f.messages(), Texts(4, "OK")) << "a dropped packet is still acknowledged";
+  ASSERT_EQ(f.debug.size(), 4u) << "and each drop is told";
+  EXPECT_TRUE(f.debug[3].starts_with("WinSock_Download: index 4 outside 0..3; packet dropped: {}4{}3\r\nabc"));
   f.unitSends(Packet(2, LogLine("seconda")));
   f.unitSends(Packet(1, LogLine("prima")));
   EXPECT_EQ(Raised(f, cRicezioneLogOK), 0);
@@ -69,6 +72,53 @@ TEST(Reception, UdpLogDropsMalformedPacketsAndEndsOnItsLastOne) {
   EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
   EXPECT_EQ(store::AppendRecordLines(f.form().StringaPar, f.db(), &f.form()), 3);
   EXPECT_EQ(Column(f, "Registro_eventi", 3), "prima,seconda,terza,");
+}
+
+// A transfer of no packets has the packet of index 0 as its last.
+TEST(Reception, AnEmptyTransferEndsWithItsPacketZero) {
+  LinkFixture f(1);
+  f.form().AddRichiesta("04", "04");
+  f.unitSends("AA{}0{}04");
+  f.unitSends("{}0{}0\r\n");
+  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+  EXPECT_EQ(f.form().QueueLength(), 0);
+}
+
+// On TCP a "12" ends only the transfer in progress: a late one for a
+// transfer already ended must not end the next request.
+TEST(Reception, ALateEndOfTransferIsIgnored) {
+  LinkFixture f(0);
+  f.form().AddRichiesta("04", "04");
+  f.form().AddRichiesta("53", "");
+  f.connect();
+  f.unitSends("AA{}1{}04");
+  f.unitSends(Packet(1, LogLine("prima")));
+  f.unitSends("12{}04");
+  f.unitSends("AA{}1{}53");
+  f.unitSends("12{}04");  // repeated
+  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+  EXPECT_EQ(f.form().Richieste.size(), 2u) << "the camera events are still in flight";
+  EXPECT_EQ(f.form().Stato, cRichiestaCamEvents);
+  EXPECT_TRUE(f.debugContains("Winsock_ResendAll: end of a transfer 04 that is not in progress ignored"));
+  f.unitSends(Packet(1, "{}CamEvents{}0{}1{}3\r\n"));
+  f.unitSends("12{}53");
+  EXPECT_EQ(Raised(f, cRicezioneCamEventsOK), 1);
+}
+
+// A unit may accept voice messages as it accepts every other download, with
+// "AA{}N{}06" alone: that acceptance is then the opening element. One that
+// announces no count writes nothing, and says so.
+TEST(Reception, VoiceMessagesAcceptedPlainlyAreWritten) {
+  for (const std::string acceptance : {"AA{}3{}06", "AA{}3{}06{}AA{}3{}06{}", "AA{}3{}06{}AA"}) {
+    LinkFixture f(1);
+    f.form().AddRichiesta("06", "");
+    f.unitSends(acceptance);
+    for (const std::string element : {"{}1{}1{}porta.wav\r\n", "{}1{}1{}3{}abc", "{}"}) f.unitSends(element);
+    EXPECT_EQ(Raised(f, cRicezioneWaveOK), 1) << acceptance;
+    const bool counted = acceptance != "AA{}3{}06{}AA";
+    EXPECT_EQ(std::filesystem::exists(f.dir() / "Audio" / "porta.wav"), counted) << acceptance;
+    EXPECT_EQ(f.debugContains("SaveMessaggiWave: the opening element \"AA\" announces no element count"), !counted);
+  }
 }
 
 TEST(Reception, UdpCommandStringIsJoinedWhenItsCountIsReached) {
@@ -84,6 +134,7 @@ TEST(Reception, UdpCommandStringIsJoinedWhenItsCountIsReached) {
 
 TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
   LinkFixture f(0);
+  f.form().OpenDB();
   f.form().AddRichiesta("02", "");
   f.connect();
   f.unitSends("AA{}2{}02");
@@ -121,9 +172,31 @@ TEST(Reception, MediaFilesHoldAllButTheClosingPacketBelowTheirFolder) {
   f.unitSends("{}stray");
   EXPECT_EQ(f.messages().size(), 6u) << "nothing is acknowledged past the count";
   DownloadMedia(f, "still.jpg", {"jpg"});
-  DownloadMedia(f, "X.JPG", {"again"});
-  EXPECT_EQ(ReadFileBytes(f.dir() / "VideoAvi" / "X.JPG"), data + "again") << "a repeated download appends";
+  EXPECT_EQ(ReadFileBytes(f.dir() / "VideoAvi" / "X.JPG"), data);
   EXPECT_EQ(ReadFileBytes(f.dir() / "Snapshot" / "still.jpg"), "jpg");
+}
+
+// The file asked for only ever holds a complete run: a run started again
+// (after a reset, or at the unit's request) starts from an empty file, and a
+// run given up leaves nothing behind.
+TEST(Reception, AMediaRunStartedAgainStartsFromAnEmptyFile) {
+  LinkFixture f(1);
+  const auto target = f.dir() / "VideoAvi" / "clip.avi";
+  DownloadMedia(f, "clip.avi", {"old"});
+  f.form().AddRichiesta("56", "clip.avi");
+  f.unitSends("AA{}4{}56");
+  f.unitSends("{}first attempt ");
+  EXPECT_EQ(ReadFileBytes(target), "old") << "nothing of a run in progress where the file goes";
+  f.unitSends("AA{}4{}56");  // the run starts over
+  for (const std::string packet : {"{}one", "{}two", "{}three", "{}"}) f.unitSends(packet);
+  EXPECT_EQ(ReadFileBytes(target), "onetwothree");
+  f.form().AddRichiesta("56", "clip.avi");
+  f.unitSends("AA{}3{}56");
+  f.unitSends("{}lost");
+  for (int fired = 0; fired < 30 && f.form().QueueLength() > 0; ++fired) f.timer().fire();
+  EXPECT_EQ(f.form().QueueLength(), 0);
+  EXPECT_EQ(ReadFileBytes(target), "onetwothree");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(f.dir() / "VideoAvi"), {}), 1);
 }
 
 TEST(Reception, AMediaNameThatLeavesItsFolderWritesNothing) {

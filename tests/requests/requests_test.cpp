@@ -32,6 +32,7 @@ TEST(AddRichiesta, WaitingDuplicatesAreRefusedUnlessForced) {
                                         {"05", "a.wav"}, {"05", "a.wav"}, {"05", "b.wav"}})
     f.AddRichiesta(tipo, parametro);
   EXPECT_EQ(Queue(f), (Strings{"08:1", "08:2", "09:a", "05:a.wav", "05:b.wav"}));
+  EXPECT_EQ(f.RichiesteRifiutate, 3);
   f.AddRichiesta("05", "a.wav", true);
   f.AddRichiesta("05", "a.wav", true);
   EXPECT_EQ(Queue(f).size(), 7u);
@@ -102,6 +103,8 @@ TEST(ReadRichiesta, EachTypeSendsItsOpeningInItsState) {
     SCOPED_TRACE(tipo);
     LinkFixture t(sckUDPProtocol, "1");
     auto& f = t.form();
+    f.OpenDB();
+    t.clearRecords();
     f.NewStringaPassWord = "654321";
     WriteFileBytes(t.dir() / "update.bin", std::string(3073, '\x5a'));  // the update: the file at the path given
     const std::string parametro = tipo == "10" ? (t.dir() / "update.bin").string() : row.parametro;

@@ -4,7 +4,11 @@
 
 namespace camrelay::test {
 
-void FakeSocket::deliver(const std::string& bytes) {
+void FakeSocket::deliver(const std::string& bytes) { deliverFrom(remoteHost_, remotePort_, bytes); }
+
+void FakeSocket::deliverFrom(const std::string& host, int port, const std::string& bytes) {
+  senderHost_ = host;
+  senderPort_ = port;
   if (protocol_ == 0)
     stream_ += bytes;
   else

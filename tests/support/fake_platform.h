@@ -25,6 +25,8 @@ class FakeSocket : public link::Socket {
   // TCP: the bytes join the receive stream; UDP: they are one datagram.
   // Either way onDataArrival fires once.
   void deliver(const std::string& bytes);
+  // UDP: a datagram from another sender than the unit.
+  void deliverFrom(const std::string& host, int port, const std::string& bytes);
   void acceptConnect();                                    // state 7, onConnect
   void peerClose();                                        // state 8, onClose
   void fail(int number, const std::string& description);   // state 9, onError
@@ -42,8 +44,11 @@ class FakeSocket : public link::Socket {
   void setLocalPort(int port) override { localPort_ = port; }
   int localPort() const override { return localPort_; }
   std::string localIP() const override { return "127.0.0.1"; }
-  std::string peerIP() const override { return remoteHost_; }
-  int peerPort() const override { return remotePort_; }
+  std::string peerIP() const override { return senderHost_; }
+  int peerPort() const override { return senderPort_; }
+  bool fromRemote() const override { return senderHost_ == remoteHost_ && senderPort_ == remotePort_; }
+  std::string remoteHostIP() const override { return resolvedIP.empty() ? remoteHost_ : resolvedIP; }
+  std::string resolvedIP;  // what the remote host resolves to, "" for itself
   int state() const override { return state_; }
   void bind(int localPort) override;
   void connect() override;
@@ -58,6 +63,8 @@ class FakeSocket : public link::Socket {
   std::string remoteHost_;
   int remotePort_ = 0;
   int localPort_ = 0;
+  std::string senderHost_;  // the peer of the last delivery
+  int senderPort_ = 0;
   std::string stream_;                 // TCP bytes not yet read
   std::deque<std::string> datagrams_;  // UDP datagrams not yet read
 };

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "store/sqlite_util.h"
+#include "store/backend.h"
 #include "store/text.h"
 #include "store/values.h"
 

@@ -16,6 +16,10 @@ struct FaultSettings {
   int busyPct = 0;     // requests answered "BS" first
   int busyDelayMs = 300;  // how long the real answer follows a "BS"
   int resetAfter = 0;  // TCP: reset the connection after this many packets
+  // Not a fault but another order a unit may use: the last element of a
+  // "52" is answered "OK", and the "51" answer follows on its own.
+  bool okBeforeAnswer = false;
+  bool silent = false;  // every message received is ignored, on either transport
 };
 
 class Faults {
@@ -24,7 +28,7 @@ class Faults {
 
   const FaultSettings& settings() const { return settings_; }
 
-  bool LoseIncoming() { return Chance(settings_.lossPct); }
+  bool LoseIncoming() { return settings_.silent || Chance(settings_.lossPct); }
   bool LoseOutgoing() { return Chance(settings_.lossPct); }
   bool Duplicate() { return Chance(settings_.dupPct); }
   bool Reorder() { return Chance(settings_.reorderPct); }

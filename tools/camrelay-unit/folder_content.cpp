@@ -8,7 +8,7 @@
 #include "files/voice.h"
 #include "store/download.h"
 #include "store/payload.h"
-#include "store/sqlite_util.h"
+#include "store/backend.h"
 #include "store/text.h"
 
 namespace camrelay::unit {
@@ -91,7 +91,7 @@ void FolderContent::StoreProgrammazione(std::vector<std::string>& dati) {
 void FolderContent::StoreProgCamEvents(std::vector<std::string>& dati) {
   store::Transaction transaction(db_.Handle());
   db_.Execute("Del_ProgCamEvents");
-  store::Exec(db_.Handle(), "DELETE FROM Festivita");
+  db_.Handle().Exec("DELETE FROM \"Festivita\"");
   store::AppendRecordLines(dati, db_, &reports_);
   transaction.Commit();
 }

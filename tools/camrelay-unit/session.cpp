@@ -167,6 +167,11 @@ void Session::FinishUpload(const std::string& prefix) {
     uploadFinished_ = true;
   }
   if (reply_) {
+    if (upload_->tipo() == "52" && faults_.settings().okBeforeAnswer) {
+      Reply(prefix, "OK");
+      StartDownload(*reply_, "", true);
+      return;
+    }
     StartDownload(*reply_, prefix, true);
     return;
   }

@@ -12,13 +12,12 @@
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 
-#include "demo_content.h"
+#include <sys/resource.h>
+
+#include "cli_docs/completion.h"
 #include "faults.h"
-#include "folder_content.h"
 #include "log.h"
-#include "server_tcp.h"
-#include "server_udp.h"
-#include "unit_context.h"
+#include "units.h"
 
 namespace {
 
@@ -36,6 +35,9 @@ struct Options {
   Codes codes{"123456", "654321"};
   FaultSettings faults;
   bool empty = false;
+  int units = 1;
+  std::string faulty;
+  std::string silent;
   double exitAfter = 0;
   bool quiet = false;
   bool verbose = false;
@@ -47,6 +49,7 @@ constexpr const char* kDescription =
     "clips and camera images, and keeps what it is sent.";
 
 constexpr const char* kFooter = R"(
+Files:
 Content (--dir): VideoSentrova.db with the standard tables; Audio/ voice
 messages named by Ingressi.FoniaFileWav and Alimentazione.FoniaFileWav;
 Snapshot/ and VideoAvi/ files served by name (either folder); Preview/camN.jpg
@@ -55,6 +58,7 @@ command string received. A folder without a database gets demo content: a full
 programming, 3000 log events, camera events, two voice messages, camera
 images, snapshots and one MJPEG clip, always the same.
 
+Behaviour:
 Uploads are stored as received: the programming replaces the six programming
 tables, the camera-event programming replaces ProgCamEvents and Festivita,
 voice messages and firmware are written byte for byte. A log erase ("11")
@@ -90,10 +94,14 @@ Faults (all drawn from --seed, so a run can be repeated):
              later.
   --reset-after N  TCP: once, reset the connection (RST) after the N-th data
              packet of the first download that has that many.
-Loss, duplication and reordering never apply to TCP.)";
+Loss, duplication and reordering never apply to TCP.
+
+Examples:
+  $ camrelay-unit --dir unit-data --udp --tcp --port 19201
+  $ camrelay-unit --dir unit-data --port 0 --loss 10 --dup 5 --seed 7 --exit-after 60)";
 
 void AddOptions(CLI::App& app, Options& o) {
-  app.add_option("--dir", o.dir, "Folder of the unit's database and files")->capture_default_str();
+  app.add_option("--dir", o.dir, "Folder of the unit's database and files")->capture_default_str()->type_name("DIR");
   app.add_flag("--tcp", o.tcp, "Listen on TCP");
   app.add_flag("--udp", o.udp, "Listen on UDP (the default; with --tcp, both on one port number)");
   app.add_option("--port", o.port, "Port to listen on; 0 picks a free one")->capture_default_str()->check(
@@ -117,27 +125,53 @@ void AddOptions(CLI::App& app, Options& o) {
       ->check(CLI::Range(0, 60000));
   app.add_option("--reset-after", o.faults.resetAfter, "TCP: reset once after N data packets of a download")
       ->check(CLI::Range(0, 1 << 30));
+  app.add_flag("--ok-before-answer", o.faults.okBeforeAnswer,
+               "Answer the last element of a command-string request (\"52\") with OK, then send the answer; by "
+               "default the answer's acceptance stands in for that OK");
+  app.add_option("--units", o.units,
+                 "How many units to play. Unit n listens on --port + n - 1 (with --port 0, each on a free port) "
+                 "and keeps its content in DIR/unit-<n>/ with its own codes and fault generator (seeded --seed + "
+                 "n - 1); each says 'camrelay-unit unit <n> listening on udp|tcp ADDR:PORT', in unit order. A new "
+                 "unit n's demo log lacks the demo's first n-1 events, so that no two units hold the same log")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 20000));
+  app.add_option("--faulty", o.faulty, "With --units: the units the fault options apply to, e.g. 3,7-9 (default: all)");
+  app.add_option("--silent", o.silent, "With --units: units that ignore everything they receive, e.g. 5");
   app.add_option("--exit-after", o.exitAfter, "Stop after SECONDS (default: run until SIGINT or SIGTERM)")
       ->check(CLI::PositiveNumber);
   app.add_flag("-q,--quiet", o.quiet, "Report nothing but errors on standard error");
   app.add_flag("-v,--verbose", o.verbose, "Show every message in and out on standard error");
 }
 
-// The demo content is made once, for a folder that has no database yet.
-std::unique_ptr<FolderContent> OpenContent(const Options& o, const Log& log) {
-  const bool fresh = !fs::exists(fs::path(o.dir) / kDatabaseFile);
-  auto content = std::make_unique<FolderContent>(o.dir, log);
-  if (fresh && !o.empty) {
-    FillDemoTables(content->Database());
-    WriteDemoFiles(o.dir);
-    log.Info("demo content written to " + o.dir);
-  }
-  return content;
+void Announce(const Unit& unit, bool many, const char* transport, const asio::ip::address& address,
+              unsigned short port) {
+  std::cout << "camrelay-unit " << (many ? "unit " + std::to_string(unit.number()) + " " : std::string())
+            << "listening on " << transport << ' ' << address.to_string() << ':' << port << '\n';
 }
 
-void Announce(const char* transport, const asio::ip::address& address, unsigned short port) {
-  std::cout << "camrelay-unit listening on " << transport << ' ' << address.to_string() << ':' << port
-            << std::endl;
+// Many units hold many sockets and database files open: more than the usual
+// soft limit of descriptors, and the hard limit is ours to take.
+void RaiseOpenFileLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= limit.rlim_max) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+UnitsPlan PlanOf(const Options& o) {
+  UnitsPlan plan;
+  plan.dir = o.dir;
+  plan.count = o.units;
+  plan.firstPort = o.port;
+  plan.udp = o.udp || !o.tcp;
+  plan.tcp = o.tcp;
+  plan.empty = o.empty;
+  plan.codes = o.codes;
+  plan.faults = o.faults;
+  plan.faulty = UnitNumbers(o.faulty);
+  plan.silent = UnitNumbers(o.silent);
+  if (o.port != 0 && o.port + o.units - 1 > 65535) throw std::invalid_argument("--units: the ports run past 65535");
+  return plan;
 }
 
 int Serve(const Options& o, const asio::ip::address& address) {
@@ -147,35 +181,13 @@ int Serve(const Options& o, const asio::ip::address& address) {
   asio::signal_set signals(io, SIGINT, SIGTERM);
   signals.async_wait([&](const boost::system::error_code&, int) { io.stop(); });
   const Log log(o.verbose ? Log::Verbose : o.quiet ? Log::Quiet : Log::Normal);
-  auto content = OpenContent(o, log);
-  Codes codes = o.codes;
-  // Datagram faults make no sense in a byte stream, nor a reset in datagrams.
-  FaultSettings udpSettings = o.faults;
-  udpSettings.resetAfter = 0;
-  FaultSettings tcpSettings = o.faults;
-  tcpSettings.lossPct = tcpSettings.dupPct = tcpSettings.reorderPct = 0;
-  Faults udpFaults(udpSettings), tcpFaults(tcpSettings);
-  UnitContext udpUnit{*content, codes, udpFaults, log}, tcpUnit{*content, codes, tcpFaults, log};
-
-  const bool udp = o.udp || !o.tcp;
-  std::optional<UdpServer> udpServer;
-  std::optional<TcpServer> tcpServer;
-  auto port = static_cast<unsigned short>(o.port);
-  if (udp) {
-    udpServer.emplace(io, asio::ip::udp::endpoint(address, port), udpUnit);
-    port = udpServer->Local().port();
-    Announce("udp", address, port);
+  if (o.units > 1) RaiseOpenFileLimit();
+  const auto units = StartUnits(io, address, PlanOf(o), log);
+  for (const auto& unit : units) {
+    if (const auto port = unit->UdpPort()) Announce(*unit, units.size() > 1, "udp", address, *port);
+    if (const auto port = unit->TcpPort()) Announce(*unit, units.size() > 1, "tcp", address, *port);
   }
-  if (o.tcp) {
-    try {
-      tcpServer.emplace(io, asio::ip::tcp::endpoint(address, port), tcpUnit);
-    } catch (const boost::system::system_error&) {
-      // A free UDP port may be taken on TCP: any free one will do then.
-      if (o.port != 0 || !udp) throw;
-      tcpServer.emplace(io, asio::ip::tcp::endpoint(address, 0), tcpUnit);
-    }
-    Announce("tcp", address, tcpServer->Local().port());
-  }
+  std::cout.flush();
 
   asio::steady_timer deadline(io);
   if (o.exitAfter > 0) {
@@ -195,6 +207,8 @@ int main(int argc, char** argv) {
   app.footer(kFooter);
   Options options;
   AddOptions(app, options);
+  app.set_version_flag("--version", "camrelay-unit " CAMRELAY_VERSION);
+  camrelay::cli_docs::AddCompletionOption(app);
   CLI11_PARSE(app, argc, argv);
 
   boost::system::error_code error;
