@@ -1,0 +1,268 @@
+// camrelay fleet against one camrelay-unit process playing many units: every
+// good unit's log arrives exactly in that unit's own folder, the bad units
+// are reported with their reasons, and no unit stops another.
+#include <nlohmann/json.hpp>
+#include <map>
+#include <sstream>
+#include <thread>
+
+#include "e2e_fixture.h"
+#include "postgres_server.h"
+#include "store/connection.h"
+
+namespace camrelay::e2e {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+constexpr const char* kGiveUp = "Raggiunto il numero massimo di tentativi.";
+constexpr const char* kWrongCode = "Password di accesso errata!";
+constexpr const char* kHeader = "name,host,port,transport,code,dir\n";
+
+struct UnitPorts {
+  int udp = 0, tcp = 0;
+};
+
+class Fleet : public EndToEnd {
+ protected:
+  // Starts one camrelay-unit playing `count` units on UDP and TCP, each on a
+  // free port, and reads where each one listens.
+  void StartUnits(int count, const std::vector<std::string>& extra = {}) {
+    std::vector<std::string> args{"--dir", unitDir().string(), "--udp", "--tcp", "--port", "0",
+                                  "--units", std::to_string(count), "--exit-after", "300", "-q"};
+    args.insert(args.end(), extra.begin(), extra.end());
+    units_ = std::make_unique<Process>(ProgramPath("camrelay-unit"), args, std::vector<std::string>{},
+                                       hostDir().parent_path() / "logs", "units");
+    std::string out;
+    for (const auto deadline = std::chrono::steady_clock::now() + 60s;
+         std::count(out.begin(), out.end(), '\n') < 2 * count && std::chrono::steady_clock::now() < deadline;
+         std::this_thread::sleep_for(50ms))
+      out = units_->Stdout();
+    std::istringstream lines(out);
+    std::string word, unit, number, listening, on, transport, where;
+    while (lines >> word >> unit >> number >> listening >> on >> transport >> where) {
+      const int port = std::stoi(where.substr(where.rfind(':') + 1));
+      (transport == "udp" ? ports_[std::stoi(number)].udp : ports_[std::stoi(number)].tcp) = port;
+    }
+    ASSERT_EQ(static_cast<int>(ports_.size()), count) << out << units_->Stderr();
+  }
+
+  // A fleet file line for unit `number` of the process, served over `transport`.
+  std::string Line(int number, const std::string& transport, const std::string& codeField = "123456") {
+    const auto& p = ports_.at(number);
+    return Name(number) + ",127.0.0.1," + std::to_string(transport == "tcp" ? p.tcp : p.udp) + "," + transport +
+           "," + codeField + "," + Name(number) + "\n";
+  }
+  static std::string Name(int number) { return "u" + std::to_string(number); }
+
+  fs::path WriteFleet(const std::string& text) {
+    const fs::path file = hostDir() / "units.csv";
+    test::WriteFileBytes(file, text);
+    return file;
+  }
+
+  fs::path UnitDb(int number) const { return unitDir() / ("unit-" + std::to_string(number)) / "VideoSentrova.db"; }
+  fs::path HostDb(int number) const { return hostDir() / Name(number) / "VideoSentrova.db"; }
+  bool SameLog(int number) const {
+    return Rows(HostDb(number), "Registro_eventi", "IdRegistro") == Rows(UnitDb(number), "Registro_eventi", "IdRegistro");
+  }
+
+  std::unique_ptr<Process> units_;
+  std::map<int, UnitPorts> ports_;
+};
+
+std::map<std::string, nlohmann::json> ByUnit(const std::string& jsonLines, nlohmann::json& summary) {
+  std::map<std::string, nlohmann::json> units;
+  std::istringstream lines(jsonLines);
+  for (std::string line; std::getline(lines, line);) {
+    const auto object = nlohmann::json::parse(line);
+    if (object.contains("summary"))
+      summary = object["summary"];
+    else
+      units[object["unit"]] = object;
+  }
+  return units;
+}
+
+// 50 units, odd ones over UDP and even ones over TCP, fewer links at once
+// than units: three with a wrong code, one silent, one on a lossy link.
+TEST_F(Fleet, FiftyUnitsEachGetTheirOwnLogAndTheBadOnesAreReported) {
+  const std::set<int> wrongCode{10, 21, 30}, silent{40};
+  const int lossy = 45;
+  StartUnits(50, {"--silent", "40", "--faulty", std::to_string(lossy), "--loss", "3", "--seed", "7"});
+  std::string fleet = kHeader;
+  for (int n = 1; n <= 50; ++n)
+    fleet += Line(n, n % 2 ? "udp" : "tcp", wrongCode.contains(n) ? "654000" : n == 2 ? "env:FLEET_CODE" : "123456");
+  const fs::path file = WriteFleet(fleet);
+
+  const Outcome run = Camrelay({"fleet", file.string(), "--parallel", "16", "--json", "--timeout-long", "250",
+                                "--timeout-short", "250", "--retries", "25", "download-log"},
+                               {"FLEET_CODE=123456"}, 120s);
+  ASSERT_EQ(run.exit, 1) << run.out << run.err;
+  nlohmann::json summary;
+  const auto units = ByUnit(run.out, summary);
+  ASSERT_EQ(units.size(), 50u) << run.out;
+
+  int succeeded = 0;
+  for (int n = 1; n <= 50; ++n) {
+    SCOPED_TRACE(Name(n));
+    const auto& unit = units.at(Name(n));
+    succeeded += unit["ok"].get<bool>();
+    if (wrongCode.contains(n) || silent.contains(n)) {
+      EXPECT_FALSE(unit["ok"].get<bool>());
+      EXPECT_EQ(unit["errors"], nlohmann::json::array({std::string("download-log: ") +
+                                                       (silent.contains(n) ? kGiveUp : kWrongCode)}));
+      EXPECT_TRUE(Rows(HostDb(n), "Registro_eventi").empty());
+    } else if (n == lossy && !unit["ok"].get<bool>()) {
+      // A lossy link may use up the retries; it then leaves nothing behind.
+      EXPECT_EQ(unit["errors"], nlohmann::json::array({std::string("download-log: ") + kGiveUp}));
+      EXPECT_TRUE(Rows(HostDb(n), "Registro_eventi").empty());
+    } else {
+      EXPECT_TRUE(unit["ok"].get<bool>()) << unit.dump();
+      EXPECT_TRUE(SameLog(n));
+    }
+  }
+  EXPECT_EQ(summary["units"], 50);
+  EXPECT_EQ(summary["succeeded"], succeeded);
+  EXPECT_EQ(summary["failed"], 50 - succeeded);
+  // The shared settings file is neither read nor written by a fleet.
+  EXPECT_FALSE(fs::exists(hostDir().parent_path() / "config" / "CamRelay"));
+}
+
+// The text form: a line per unit, a summary, exit 0 when all succeeded; a
+// quoted name keeps its comma, and the code never shows.
+TEST_F(Fleet, TextReportAndSuccess) {
+  StartUnits(2);
+  const fs::path file = WriteFleet(std::string(kHeader) + "# the gate\n\n" + Line(1, "tcp") +
+                                   "\"north, gate\",127.0.0.1," + std::to_string(ports_[2].udp) +
+                                   ",UDP,123456,north\n");
+  const Outcome run = Camrelay({"fleet", file.string(), "--parallel", "1", "download-log", "request-command",
+                                "ECHO 123456"});
+  ASSERT_EQ(run.exit, 0) << run.out << run.err;
+  EXPECT_NE(run.out.find("u1: ok in "), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("north, gate: ok in "), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find(": download-log: 2999 records added to Registro_eventi; ECHO:ECHO ******\n"),
+            std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("fleet: 2 units in "), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find(", 2 succeeded, 0 failed\n"), std::string::npos) << run.out;
+  EXPECT_EQ(run.out.find("123456"), std::string::npos) << run.out;
+  EXPECT_EQ(Rows(hostDir() / "north" / "VideoSentrova.db", "Registro_eventi", "IdRegistro"),
+            Rows(UnitDb(2), "Registro_eventi", "IdRegistro"));
+}
+
+// Every fault of a fleet file is found before any unit is contacted, named
+// by file and line; exit status 2.
+TEST_F(Fleet, BadFleetFilesAreRefusedWithTheirLine) {
+  const std::string good = "a,127.0.0.1,9,udp,123456,a\n";
+  const std::vector<std::pair<std::string, std::string>> cases{
+      {"name,host,port,transport,code\n" + good, ":1: the header has no column 'dir'"},
+      {"name,host,port,transport,code,dir,colour\n", ":1: unknown column 'colour'"},
+      {kHeader + good + "b,127.0.0.1,70000,udp,123456,b\n", ":3: port '70000' is not a number from 1 to 65535"},
+      {kHeader + std::string("b,127.0.0.1,9,sctp,123456,b\n"), ":2: transport 'sctp' is neither udp nor tcp"},
+      {kHeader + std::string("b,127.0.0.1,9,udp,env:NO_SUCH_FLEET_CODE,b\n"),
+       ":2: the environment variable 'NO_SUCH_FLEET_CODE' is not set"},
+      {kHeader + std::string("b,127.0.0.1,9,udp,1234567,b\n"), ":2: unit b: code: an access code has 1 to 6"},
+      {kHeader + good + "a,127.0.0.1,9,udp,123456,b\n", ":3: unit name 'a' is used twice"},
+      {kHeader + good + "b,127.0.0.1,9,udp,123456,./a\n", ":3: unit b: folder "},
+      {kHeader + std::string("\"b,127.0.0.1,9,udp,123456,b\n"), ":2: a quoted field is not closed"},
+      {kHeader + std::string("b,127.0.0.1,9,udp,123456\n"), ":2: 5 fields where the header has 6"},
+      {kHeader, " lists no unit"},
+  };
+  for (const auto& [text, message] : cases) {
+    const fs::path file = WriteFleet(text);
+    const Outcome run = Camrelay({"fleet", file.string(), "download-log"});
+    EXPECT_EQ(run.exit, 2) << text;
+    EXPECT_NE(run.err.find(message), std::string::npos) << text << " -> " << run.err;
+    EXPECT_FALSE(fs::exists(hostDir() / "a")) << "a unit was served from a bad file";
+  }
+  const fs::path file = WriteFleet(kHeader + good);
+  const Outcome withHost = Camrelay({"--host", "10.0.0.1", "fleet", file.string(), "download-log"});
+  EXPECT_EQ(withHost.exit, 2);
+  EXPECT_NE(withHost.err.find("fleet: --host is given per unit in the fleet file"), std::string::npos)
+      << withHost.err;
+}
+
+// Fleets whose units keep their tables in a PostgreSQL server, a schema
+// each, and share the work through it.
+class ServerFleet : public Fleet {
+ protected:
+  // A fleet file line for unit `number` named `name`, whose schema the
+  // test drops at its end.
+  std::string NamedLine(const std::string& name, int number, const std::string& transport) {
+    const auto& p = ports_.at(number);
+    return schemas.Schema(name) + ",127.0.0.1," + std::to_string(transport == "tcp" ? p.tcp : p.udp) + "," +
+           transport + ",123456," + name + "\n";
+  }
+  std::unique_ptr<Process> Machine(const fs::path& file, const std::string& tag, std::vector<std::string> extra) {
+    std::vector<std::string> args{"fleet", file.string(), "--db", server, "--claim", round, "--json"};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return std::make_unique<Process>(ProgramPath("camrelay"), args, std::vector<std::string>{},
+                                     hostDir().parent_path() / "logs", tag);
+  }
+
+  test::PostgresSchemas schemas;
+  const std::string server = schemas.Uri("fleet");
+  const std::string round = schemas.Schema("round");
+};
+
+// Two machines at once on the same fleet of 100 units: each unit served by
+// exactly one of them, its programming in its own schema.
+TEST_F(ServerFleet, TwoMachinesWithClaimShareAHundredUnitsServingEachOnce) {
+  StartUnits(100);
+  std::string text = kHeader;
+  for (int n = 1; n <= 100; ++n) text += NamedLine("u" + std::to_string(n), n, n % 2 ? "udp" : "tcp");
+  const fs::path file = WriteFleet(text);
+  const std::vector<std::string> run{"--parallel", "8", "--timeout-long", "3000", "--timeout-short", "1000",
+                                     "--retries", "5", "download-prog"};
+  auto a = Machine(file, "machine-a", run), b = Machine(file, "machine-b", run);
+  ASSERT_EQ(a->Wait(120s), 0) << a->Stdout() << a->Stderr();
+  ASSERT_EQ(b->Wait(120s), 0) << b->Stdout() << b->Stderr();
+  nlohmann::json summaryA, summaryB;
+  const auto servedA = ByUnit(a->Stdout(), summaryA), servedB = ByUnit(b->Stdout(), summaryB);
+  EXPECT_EQ(servedA.size() + servedB.size(), 100u) << "a served " << servedA.size() << ", b " << servedB.size();
+  for (int n = 1; n <= 100; ++n) {
+    const std::string name = schemas.Schema("u" + std::to_string(n));
+    ASSERT_EQ(servedA.count(name) + servedB.count(name), 1u) << name;
+    const auto& outcome = servedA.count(name) ? servedA.at(name) : servedB.at(name);
+    EXPECT_TRUE(outcome["ok"].get<bool>()) << outcome.dump();
+    EXPECT_EQ(ServerRows(store::WithSchema(server, name), "NumTel"),
+              Rows(unitDir() / ("unit-" + std::to_string(n)) / "VideoSentrova.db", "NumTel"))
+        << name;
+  }
+}
+
+// A machine killed while its units are in flight leaves them claimed until
+// the lease ends; then another machine takes them and serves them.
+TEST_F(ServerFleet, ClaimsOfAMachineThatDiedAreTakenAgainOnceTheirLeaseEnds) {
+  StartUnits(6, {"--silent", "1-3"});
+  std::string dead = kHeader, alive = kHeader;
+  for (int n = 1; n <= 3; ++n) {
+    dead += NamedLine("c" + std::to_string(n), n, "udp");
+    alive += NamedLine("c" + std::to_string(n), n + 3, "udp");
+  }
+  const fs::path deadFile = WriteFleet(dead), aliveFile = hostDir() / "alive.csv";
+  test::WriteFileBytes(aliveFile, alive);
+  const std::vector<std::string> waitLong{"--lease", "3", "--timeout-long", "60000", "--timeout-short", "60000",
+                                          "download-prog"};
+  auto doomed = Machine(deadFile, "doomed", waitLong);
+  EXPECT_FALSE(doomed->Wait(1500ms));  // its three units do not answer
+  doomed->Kill();
+
+  const auto start = std::chrono::steady_clock::now();
+  auto early = Machine(aliveFile, "early", {"download-prog"});
+  ASSERT_EQ(early->Wait(60s), 0) << early->Stderr();
+  nlohmann::json summary;
+  EXPECT_TRUE(ByUnit(early->Stdout(), summary).empty()) << early->Stdout();
+  // Every lease ends at most 3 s after the last renewal.
+  std::this_thread::sleep_until(start + 3500ms);
+  auto late = Machine(aliveFile, "late", {"download-prog"});
+  ASSERT_EQ(late->Wait(60s), 0) << late->Stdout() << late->Stderr();
+  const auto served = ByUnit(late->Stdout(), summary);
+  EXPECT_EQ(served.size(), 3u) << late->Stdout();
+  for (int n = 1; n <= 3; ++n)
+    EXPECT_FALSE(ServerRows(store::WithSchema(server, schemas.Schema("c" + std::to_string(n))), "NumTel").empty());
+}
+
+}  // namespace
+}  // namespace camrelay::e2e

@@ -1,0 +1,205 @@
+#include "fleet/fleet_runner.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <boost/asio/post.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <filesystem>
+
+#include "fleet/claim_source.h"
+#include "session.h"
+#include "store/connection.h"
+
+namespace camrelay::cli {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::chrono::milliseconds kProgressInterval{500};
+
+// Each link holds a socket and a database file open: a big fleet needs more
+// descriptors than the usual soft limit, and the hard limit is ours to take.
+void RaiseOpenFileLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= limit.rlim_max) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// The codes a run may show in its messages, so that none is ever printed.
+void AddSecrets(Console& console, const FleetUnit& unit, const std::vector<Command>& commands) {
+  console.AddSecret(unit.code);
+  for (const Command& command : commands)
+    if (command.op == Op::SetInstallerCode || command.op == Op::SetUserCode) console.AddSecret(command.argument);
+}
+
+}  // namespace
+
+struct FleetRunner::Slot {
+  Slot(FleetUnit unit, const LinkOptions& common, const OutputOptions& output)
+      : unit(std::move(unit)), link(common), console(output) {}
+
+  FleetUnit unit;
+  LinkOptions link;
+  Captured captured;
+  Console console;
+  std::unique_ptr<UnitRun> run;
+  Clock::time_point start = Clock::now();
+};
+
+FleetRunner::FleetRunner(boost::asio::io_context& io, UnitSource& source, const std::vector<Command>& commands,
+                         const LinkOptions& common, const OutputOptions& output, int parallel, FleetReport& report,
+                         std::function<void()> done)
+    : io_(io),
+      source_(source),
+      commands_(commands),
+      common_(common),
+      output_(output),
+      parallel_(static_cast<std::size_t>(std::max(1, parallel))),
+      report_(report),
+      done_(std::move(done)) {}
+
+FleetRunner::~FleetRunner() = default;
+
+void FleetRunner::Start() { Fill(); }
+
+void FleetRunner::Fill() {
+  while (!stopping_ && !exhausted_ && slots_.size() < parallel_) {
+    auto unit = source_.Next();
+    if (!unit) {
+      exhausted_ = true;
+      break;
+    }
+    Launch(std::move(*unit));
+  }
+  if (slots_.empty() && (exhausted_ || stopping_) && done_) std::exchange(done_, nullptr)();
+}
+
+void FleetRunner::Launch(FleetUnit unit) {
+  slots_.push_back(std::make_unique<Slot>(std::move(unit), common_, output_));
+  Slot* slot = slots_.back().get();
+  slot->console.Capture(&slot->captured, slot->unit.name);
+  AddSecrets(slot->console, slot->unit, commands_);
+  LinkOptions& link = slot->link;
+  link.host = slot->unit.host;
+  link.port = slot->unit.port;
+  link.localPort = 0;  // the system picks one per link
+  link.tcp = slot->unit.tcp;
+  link.code = slot->unit.code;
+  link.dir = slot->unit.dir.string();
+  link.database = store::IsServerDatabase(common_.database) ? store::WithSchema(common_.database, slot->unit.name)
+                                                           : DefaultConnection(link.dir);
+  link.settingsFile = false;
+  try {
+    fs::create_directories(slot->unit.dir);
+    CheckUploadSources(commands_, link.database);
+  } catch (const std::exception& e) {
+    slot->captured.errors.push_back(e.what());
+    boost::asio::post(io_, [this, slot] { Ended(slot, 1); });
+    return;
+  }
+  slot->run = std::make_unique<UnitRun>(io_, link, commands_, slot->console,
+                                        [this, slot](int failures) { Ended(slot, failures); });
+  slot->run->Start();
+}
+
+UnitOutcome FleetRunner::OutcomeOf(const Slot& slot, int failures) const {
+  UnitOutcome outcome;
+  outcome.name = slot.unit.name;
+  outcome.succeeded = failures == 0 && slot.captured.errors.empty();
+  outcome.seconds = std::chrono::duration<double>(Clock::now() - slot.start).count();
+  outcome.errors = slot.captured.errors;
+  outcome.notes = slot.captured.notes;
+  return outcome;
+}
+
+void FleetRunner::Ended(Slot* slot, int failures) {
+  const UnitOutcome outcome = OutcomeOf(*slot, failures);
+  source_.Finished(slot->unit, outcome.succeeded);
+  report_.UnitEnded(outcome);
+  const auto it = std::find_if(slots_.begin(), slots_.end(), [slot](const auto& s) { return s.get() == slot; });
+  // The run whose handler called us is still on the stack: the last owner
+  // of its slot is a handler that does nothing, destroyed once it has run.
+  std::shared_ptr<Slot> ended(std::move(*it));
+  slots_.erase(it);
+  boost::asio::post(io_, [ended] {});
+  Fill();
+}
+
+void FleetRunner::Interrupt() {
+  stopping_ = true;
+  for (const auto& slot : slots_)
+    if (slot->run) slot->run->Interrupt();
+  Fill();
+}
+
+int RunFleet(const Invocation& invocation, Console& console) {
+  const FleetOptions& options = *invocation.fleet;
+  std::unique_ptr<UnitSource> units;
+  ClaimSource* claims = nullptr;
+  if (options.claim.empty()) {
+    units = std::make_unique<ListSource>(ReadFleetFile(options.file));
+  } else {
+    units = std::make_unique<ClaimSource>(ReadFleetFile(options.file), invocation.link.database, options.claim,
+                                          std::chrono::seconds(options.lease));
+    claims = static_cast<ClaimSource*>(units.get());
+  }
+  UnitSource& source = *units;
+  RaiseOpenFileLimit();
+  boost::asio::io_context io;
+  FleetReport report(console, options.json, source.Total());
+  FleetRunner runner(io, source, invocation.commands, invocation.link, invocation.output, options.parallel, report,
+                     [&io] { io.stop(); });
+
+  bool interrupted = false;
+  boost::asio::signal_set signals(io, SIGINT, SIGTERM);
+  signals.async_wait([&](const boost::system::error_code& ec, int) {
+    if (ec) return;
+    interrupted = true;
+    runner.Interrupt();
+  });
+  boost::asio::steady_timer progress(io);
+  std::function<void()> showProgress = [&] {
+    report.Progress(runner.running());
+    progress.expires_after(kProgressInterval);
+    progress.async_wait([&](const boost::system::error_code& ec) {
+      if (!ec) showProgress();
+    });
+  };
+
+  // Claimed units stay this machine's while their runs go on.
+  boost::asio::steady_timer renewal(io);
+  std::function<void()> renew = [&] {
+    if (!claims) return;
+    renewal.expires_after(claims->lease() / 3);
+    renewal.async_wait([&](const boost::system::error_code& ec) {
+      if (ec) return;
+      try {
+        claims->Renew();
+      } catch (const std::exception& e) {
+        console.Error(std::string("fleet: cannot renew the claims: ") + e.what());
+      }
+      renew();
+    });
+  };
+
+  const auto start = std::chrono::steady_clock::now();
+  boost::asio::post(io, [&] {
+    runner.Start();
+    showProgress();
+    renew();
+  });
+  io.run();
+  signals.cancel();
+  progress.cancel();
+  renewal.cancel();
+  // What the links' ends posted runs while everything is still there.
+  io.restart();
+  io.poll();
+  report.Summary(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), interrupted);
+  return report.failed() > 0 || interrupted ? 1 : 0;
+}
+
+}  // namespace camrelay::cli
