@@ -1,0 +1,82 @@
+// The console server's gate: tokens, request targets, listen addresses, and
+// the codes kept from the page.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <stdexcept>
+
+#include "web/access.h"
+
+namespace camrelay::web {
+namespace {
+
+TEST(Token, IsLongRandomHexAndOnlyTheWholeTokenMatches) {
+  std::set<std::string> seen;
+  for (int i = 0; i < 20; ++i) {
+    const std::string token = MakeToken();
+    EXPECT_EQ(token.size(), 64u);
+    EXPECT_EQ(token.find_first_not_of("0123456789abcdef"), std::string::npos) << token;
+    seen.insert(token);
+  }
+  EXPECT_EQ(seen.size(), 20u);
+
+  const std::string token = MakeToken();
+  EXPECT_TRUE(SameToken(token, token));
+  EXPECT_FALSE(SameToken("", token));
+  EXPECT_FALSE(SameToken(token.substr(0, 63), token));
+  EXPECT_FALSE(SameToken(token + "0", token));
+  std::string other = token;
+  other.back() = other.back() == '0' ? '1' : '0';
+  EXPECT_FALSE(SameToken(other, token));
+  // A server without a token admits nobody.
+  EXPECT_FALSE(SameToken("", ""));
+}
+
+TEST(Target, SplitsPathAndDecodesTheQuery) {
+  const auto target = ParseTarget("/api/media/file?folder=Snapshot&name=a%20b+c.jpg&token=ab&empty=");
+  ASSERT_TRUE(target);
+  EXPECT_EQ(target->path, "/api/media/file");
+  EXPECT_EQ(target->Param("name"), "a b c.jpg");
+  EXPECT_EQ(target->Param("empty"), "");
+  EXPECT_EQ(target->Param("missing"), "");
+  EXPECT_TRUE(Authorised(*target, "ab"));
+  EXPECT_FALSE(Authorised(*target, "abc"));
+
+  // Escapes that hide a folder are decoded, for the name rule to see them.
+  EXPECT_EQ(ParseTarget("/x?name=..%2F..%2Fetc%2Fpasswd")->Param("name"), "../../etc/passwd");
+  // The first of a repeated name counts: a second token cannot override it.
+  EXPECT_FALSE(Authorised(*ParseTarget("/?token=bad&token=ab"), "ab"));
+  for (const char* malformed : {"/?a=%", "/?a=%4", "/?a=%zz", "/%g0"}) EXPECT_FALSE(ParseTarget(malformed)) << malformed;
+  EXPECT_FALSE(Authorised(*ParseTarget("/"), "ab"));
+}
+
+TEST(Listen, DefaultsToLoopbackAndReadsAddressAndPort) {
+  const ListenAddress fallback = ParseListen("");
+  EXPECT_EQ(fallback.host, "127.0.0.1");
+  EXPECT_EQ(fallback.port, 0);
+  const ListenAddress v4 = ParseListen("192.168.1.20:8080");
+  EXPECT_EQ(v4.host, "192.168.1.20");
+  EXPECT_EQ(v4.port, 8080);
+  EXPECT_EQ(ParseListen("[::1]:9000").host, "::1");
+  for (const char* bad : {"8080", ":8080", "127.0.0.1:", "127.0.0.1:65536", "127.0.0.1:80x", "localhost:80",
+                          "300.1.1.1:80"})
+    EXPECT_THROW(ParseListen(bad), std::invalid_argument) << bad;
+
+  for (const char* loopback : {"127.0.0.1", "127.9.9.9", "::1"}) EXPECT_TRUE(IsLoopback(loopback)) << loopback;
+  for (const char* remote : {"0.0.0.0", "192.168.1.20", "::", "not-an-address"})
+    EXPECT_FALSE(IsLoopback(remote)) << remote;
+}
+
+TEST(Codes, AScrambledCodeInAnOpeningMessageIsHidden) {
+  const std::string scrambled = "\xf2\xb2\xef\x83\xe7\xa1u\x93\x8f\x1b%(6";
+  EXPECT_EQ(HideScrambledCodes("10:00:00.1 - AA{}0{}02{}" + scrambled + "\r\n10:00:01.0 - OK{}02"),
+            "10:00:00.1 - AA{}0{}02{}******\r\n10:00:01.0 - OK{}02");
+  EXPECT_EQ(HideScrambledCodes("LN{}30{}AA{}3{}01{}" + scrambled + "AA{}0{}04{}" + scrambled),
+            "LN{}30{}AA{}3{}01{}******");
+  // The unit's own acceptance carries a short figure there, which stays.
+  EXPECT_EQ(HideScrambledCodes("AA{}0{}00{}1"), "AA{}0{}00{}1");
+  EXPECT_EQ(HideScrambledCodes("AA{}0{}00"), "AA{}0{}00");
+}
+
+}  // namespace
+}  // namespace camrelay::web

@@ -1,0 +1,357 @@
+#include "web/live_link.h"
+
+#include <algorithm>
+#include <boost/asio/post.hpp>
+#include <boost/beast/core/detail/base64.hpp>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+
+#include "link/frmClient.h"
+#include "session.h"
+#include "web/access.h"
+#include "store/text.h"
+
+namespace camrelay::web {
+
+using nlohmann::json;
+
+namespace {
+
+constexpr std::chrono::milliseconds kPollInterval{100};
+// What a page that connects late is shown of the past.
+constexpr std::size_t kKeepTimeline = 500;
+constexpr std::size_t kKeepDebug = 500;
+constexpr std::size_t kKeepJobs = 200;
+
+bool IsPreviewRequest(const link::Richiesta& r) { return r.Tipo == "08" || r.Tipo == "09"; }
+
+bool IsPreviewState(StatoConnessioneEnum stato) {
+  return stato == cTrasmettiPreviewEnable || stato == cRichiestaPreView || stato == cRicezionePreViewOK ||
+         stato == cRicezionePreviewReq;
+}
+
+// Local time of day to the millisecond, for the timeline and the outcomes.
+std::string Now() {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+  const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  char text[32];
+  std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", local.tm_hour, local.tm_min, local.tm_sec,
+                static_cast<int>(millis));
+  return text;
+}
+
+void Keep(std::deque<json>& history, json message, std::size_t limit) {
+  history.push_back(std::move(message));
+  if (history.size() > limit) history.pop_front();
+}
+
+bool IsFile(const std::string& file) {
+  std::error_code ec;
+  return std::filesystem::is_regular_file(file, ec);
+}
+
+std::string Base64(const std::string& bytes) {
+  namespace b64 = boost::beast::detail::base64;
+  std::string out(b64::encoded_size(bytes.size()), '\0');
+  out.resize(b64::encode(out.data(), bytes.data(), bytes.size()));
+  return out;
+}
+
+// A code typed on the page is shown as asterisks in its job, like anywhere.
+bool ArgumentIsSecret(cli::Op op) { return op == cli::Op::SetInstallerCode || op == cli::Op::SetUserCode; }
+
+// How a command's argument is shown: a code hidden, a file picked by its
+// name (the folder it waits in is the console's own business).
+std::string ShownArgument(const cli::Command& command) {
+  if (ArgumentIsSecret(command.op)) return "******";
+  if (command.op == cli::Op::UploadFirmware) return std::filesystem::path(command.argument).filename().string();
+  return command.argument;
+}
+
+}  // namespace
+
+LiveLink::LiveLink(boost::asio::io_context& io, const cli::Invocation& invocation, cli::Console& console,
+                   Publish publish)
+    : io_(io),
+      invocation_(invocation),
+      console_(console),
+      publish_(std::move(publish)),
+      client_(io),
+      context_{client_, console_, invocation.link.dir},
+      poll_(io),
+      haveDatabase_(IsFile(cli::DatabaseFile(invocation.link.database))) {
+  console_.onLine = [this](const std::string& line) {
+    if (speaking_) speaking_->lines.push_back(line);
+  };
+}
+
+LiveLink::~LiveLink() {
+  console_.onLine = nullptr;
+  poll_.cancel();
+  client_.Disconnetti();
+}
+
+std::optional<std::string> LiveLink::Open() {
+  client_.OnDebug = [this](const std::string& line) { OnDebug(line); };
+  client_.CambioStatoConnessione = [this](StatoConnessioneEnum stato) { OnState(stato); };
+  if (auto failure = cli::OpenLink(client_, invocation_.link, invocation_.link.code, lastDebug_)) return failure;
+  client_.Show();
+  Poll();
+  return std::nullopt;
+}
+
+std::string LiveLink::ForPage(const std::string& text) const {
+  return store::Cp1252ToUtf8(HideScrambledCodes(console_.Scrub(text)));
+}
+
+template <typename F>
+void LiveLink::As(Job& job, F&& body) {
+  speaking_ = &job;
+  body();
+  speaking_ = nullptr;
+}
+
+int LiveLink::Run(cli::Command command) {
+  cli::CheckCommand(command);
+  cli::CheckSource(command, invocation_.link.database, haveDatabase_, done_);
+  if (ArgumentIsSecret(command.op)) console_.AddSecret(command.argument);
+  if (command.op == cli::Op::Preview && preview_) throw cli::UsageError("preview: a preview is already running");
+  Job job;
+  job.id = nextId_++;
+  job.action = cli::MakeAction(command);
+  PublishJob(job, "queued");
+  link::frmClient* form = client_.Form();
+  const int refusedBefore = form ? form->RichiesteRifiutate : 0;
+  const int waitingBefore = WaitingRequests();
+  As(job, [&] { job.action->Start(context_); });
+  form = client_.Form();
+  if (command.op == cli::Op::Preview) {
+    preview_ = std::move(job);
+    return preview_->id;
+  }
+  if (form && form->RichiesteRifiutate > refusedBefore) {
+    PublishJob(job, "refused", "the same request is already waiting in the queue");
+    return job.id;
+  }
+  // Not queued: either refused by the command itself (nothing to send), or
+  // sent at once and already out of the queue (a stream image).
+  if (WaitingRequests() <= waitingBefore) job.inQueue = false;
+  jobs_.push_back(std::move(job));
+  boost::asio::post(io_, [this] { Settle(); });
+  return jobs_.back().id;
+}
+
+void LiveLink::StopPreview() {
+  if (!preview_) return;
+  preview_->stopped = true;
+  client_.FermaPreview();
+}
+
+bool LiveLink::SendRow(const std::string& text) {
+  link::frmClient* form = client_.Form();
+  if (!form || client_.Protocol() != sckUDPProtocol) return false;
+  form->Panel.TxtSendStr = text;
+  form->CmdSendStr_Click();
+  return true;
+}
+
+int LiveLink::WaitingRequests() {
+  const link::frmClient* form = client_.Form();
+  if (!form || form->Richieste.size() < 2) return 0;
+  return static_cast<int>(
+      std::count_if(form->Richieste.begin() + 1, form->Richieste.end(), [](const auto& r) { return !IsPreviewRequest(r); }));
+}
+
+void LiveLink::OnState(StatoConnessioneEnum stato) {
+  console_.State(stato);
+  json message{{"type", "state"},
+               {"number", static_cast<int>(stato)},
+               {"name", std::string(StatoConnessioneName(stato))},
+               {"time", Now()}};
+  Keep(timeline_, message, kKeepTimeline);
+  publish_(message);
+  // A request that left the queue hands the link to the next: its states
+  // are the next one's.
+  Settle();
+  if (preview_ && IsPreviewState(stato)) {
+    As(*preview_, [&] { preview_->action->OnState(context_, stato); });
+    if (stato == cRicezionePreViewOK) {
+      ++preview_->images;
+      PublishImage("preview");
+    }
+  } else if (!jobs_.empty()) {
+    Job& job = jobs_.front();
+    if (!job.error) job.error = cli::LinkFailure(client_, stato);
+    As(job, [&] { job.action->OnState(context_, stato); });
+    if (stato == cRicezioneStreamImageOK) PublishImage("stream");
+  }
+  boost::asio::post(io_, [this] { Settle(); });
+}
+
+void LiveLink::OnDebug(const std::string& line) {
+  lastDebug_ = line;
+  console_.Debug(line);
+  json message{{"type", "debug"}, {"time", Now()}, {"line", ForPage(line)}};
+  Keep(debug_, message, kKeepDebug);
+  publish_(message);
+}
+
+// Ends the commands whose requests have left the link's queue, oldest first.
+void LiveLink::Settle() {
+  while (!jobs_.empty()) {
+    Job& front = jobs_.front();
+    const int waiting = static_cast<int>(std::count_if(jobs_.begin(), jobs_.end(), [](const Job& j) { return j.inQueue; }));
+    const int held = WaitingRequests();
+    if (front.inQueue && held >= waiting) break;
+    // The last exchange is still closing (a stream image on its way).
+    if (held == 0 && client_.StatoCorrente() != cNoOperation && !preview_) break;
+    Job job = std::move(front);
+    jobs_.pop_front();
+    Finish(job);
+  }
+  if (preview_ && PreviewOver()) {
+    Job job = std::move(*preview_);
+    preview_.reset();
+    Finish(job);
+  }
+}
+
+bool LiveLink::PreviewOver() {
+  const link::frmClient* form = client_.Form();
+  if (!form) return true;
+  const bool queued = std::any_of(form->Richieste.begin() + 1, form->Richieste.end(), IsPreviewRequest);
+  return client_.VideoCicle() == 0 && !queued && !IsPreviewState(client_.StatoCorrente());
+}
+
+void LiveLink::Finish(Job& job) {
+  std::optional<std::string> failure;
+  As(job, [&] { failure = job.action->Finish(context_, job.error); });
+  if (job.stopped) {
+    PublishJob(job, "done", "stopped after " + std::to_string(job.images) + " images");
+    return;
+  }
+  if (failure)
+    console_.Error(job.action->command().name + ": " + *failure);
+  else
+    done_.push_back(job.action->command().op);
+  PublishJob(job, failure ? "failed" : "done", failure.value_or(""));
+}
+
+json LiveLink::JobMessage(const Job& job, const std::string& status, const std::string& message) const {
+  const cli::Command& command = job.action->command();
+  json lines = json::array();
+  for (const std::string& line : job.lines) lines.push_back(ForPage(line));
+  return json{{"type", "job"},
+              {"id", job.id},
+              {"command", command.name},
+              {"argument", ForPage(ShownArgument(command))},
+              {"status", status},
+              {"message", ForPage(message)},
+              {"lines", lines},
+              {"progress", job.percent},
+              {"time", Now()}};
+}
+
+void LiveLink::PublishJob(const Job& job, const std::string& status, const std::string& message) {
+  json update = JobMessage(job, status, message);
+  if (status != "queued" && status != "running") Keep(finished_, update, kKeepJobs);
+  publish_(update);
+}
+
+void LiveLink::PublishImage(const char* source) {
+  const std::string image = client_.ImagePreview();
+  if (image.empty()) return;
+  publish_(json{{"type", "image"},
+                {"source", source},
+                {"camera", source == std::string("preview") ? client_.CameraPreview() : 0},
+                {"time", Now()},
+                {"jpeg", Base64(image)}});
+}
+
+void LiveLink::Poll() {
+  PublishPanel();
+  PublishProgress();
+  Settle();
+  poll_.expires_after(kPollInterval);
+  poll_.async_wait([this](const boost::system::error_code& ec) {
+    if (!ec) Poll();
+  });
+}
+
+void LiveLink::PublishProgress() {
+  if (jobs_.empty()) return;
+  Job& job = jobs_.front();
+  const auto fraction = job.action->Progress(context_);
+  const int percent = fraction ? static_cast<int>(std::clamp(*fraction, 0.0, 1.0) * 100) : -1;
+  if (percent == job.percent) return;
+  job.percent = percent;
+  PublishJob(job, "running");
+}
+
+void LiveLink::PublishPanel() {
+  const link::frmClient* form = client_.Form();
+  if (!form) return;
+  const panel::PanelModel& p = form->Panel;
+  json queue = json::array();
+  for (std::size_t i = 1; i < form->Richieste.size(); ++i)
+    queue.push_back({{"tipo", ForPage(form->Richieste[i].Tipo)}, {"parametro", ForPage(form->Richieste[i].Parametro)}});
+  json now{
+      {"caption", ForPage(p.caption)},
+      {"LblLocal", ForPage(p.LblLocal)},
+      {"lblLocalIp", ForPage(p.lblLocalIp)},
+      {"lblLocalPort", ForPage(p.lblLocalPort)},
+      {"LblTypeCon", ForPage(p.LblTypeCon)},
+      {"LblRemote", ForPage(p.LblRemote)},
+      {"lblRemoteIp", ForPage(p.lblRemoteIp)},
+      {"lblRemotePort", ForPage(p.lblRemotePort)},
+      {"LblRemoteOut", ForPage(p.LblRemoteOut)},
+      {"lblRemoteIpOut", ForPage(p.lblRemoteIpOut)},
+      {"lblRemotePortOut", ForPage(p.lblRemotePortOut)},
+      {"LblStato", ForPage(p.LblStato)},
+      {"LblStatoTCP", ForPage(p.LblStatoTCP)},
+      {"LblTimeOut", ForPage(p.LblTimeOut)},
+      {"LblTentativiRicezione", ForPage(p.LblTentativiRicezione)},
+      {"LblRichiesta", ForPage(p.LblRichiesta)},
+      {"txtTxData", ForPage(p.txtTxData)},
+      {"txtRxData", ForPage(p.txtRxData)},
+      {"Label3", ForPage(p.Label3)},
+      {"Label4", ForPage(p.Label4)},
+      {"sendRowVisible", p.sendRowVisible},
+      {"LblSendStr", ForPage(p.LblSendStr)},
+      {"CmdSendStr", ForPage(p.CmdSendStr)},
+      {"pct", ForPage(p.pct)},
+      {"pctColour", p.pctColour},
+      {"sbarVuoto", ForPage(p.sbarVuoto)},
+      {"sbarConnesso", ForPage(p.sbarConnesso)},
+      {"stato", form->Stato},
+      {"statoName", std::string(StatoConnessioneName(form->Stato))},
+      {"tentativi", form->TentativiTimeOut},
+      {"tentativiMax", form->TentativiTimeOutMax},
+      {"timeOutLungo", form->TimeOutLungo},
+      {"timeOutBreve", form->TimeOutBreve},
+      {"queue", queue},
+  };
+  json changed = json::object();
+  for (auto& [key, value] : now.items())
+    if (!panel_.contains(key) || panel_[key] != value) changed[key] = value;
+  if (changed.empty()) return;
+  panel_ = std::move(now);
+  publish_(json{{"type", "panel"}, {"fields", changed}});
+}
+
+std::vector<json> LiveLink::Welcome() const {
+  std::vector<json> messages;
+  messages.push_back(json{{"type", "panel"}, {"fields", panel_}});
+  for (const auto& list : {&timeline_, &debug_, &finished_})
+    for (const json& message : *list) messages.push_back(message);
+  for (const Job& job : jobs_) messages.push_back(JobMessage(job, "queued", ""));
+  if (preview_) messages.push_back(JobMessage(*preview_, "queued", ""));
+  return messages;
+}
+
+}  // namespace camrelay::web
+

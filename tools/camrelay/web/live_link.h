@@ -1,0 +1,105 @@
+// The console's one link to the unit. The page's clicks become the command
+// line's own actions on one clsClient, queued at once so that the link's
+// queue decides (a duplicate is refused, and the page is told); what the link
+// does comes back as messages for the page: the panel, state changes,
+// diagnostic lines, each command's progress and outcome, preview images.
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "actions.h"
+#include "camrelay/clsClient.h"
+#include "cli.h"
+#include "console.h"
+
+namespace camrelay::web {
+
+class LiveLink {
+ public:
+  using Publish = std::function<void(const nlohmann::json& message)>;
+
+  LiveLink(boost::asio::io_context& io, const cli::Invocation& invocation, cli::Console& console, Publish publish);
+  ~LiveLink();
+  LiveLink(const LiveLink&) = delete;
+  LiveLink& operator=(const LiveLink&) = delete;
+
+  // Sets up the link and the database; the reason when it cannot.
+  std::optional<std::string> Open();
+
+  // A command of the command table, checked as the command line checks it
+  // (throws cli::UsageError). Returns the job's number.
+  int Run(cli::Command command);
+  // Stops the preview the page started.
+  void StopPreview();
+  // The panel's send row: the typed text goes out through the panel's own
+  // button, which sends on UDP only. False on TCP.
+  bool SendRow(const std::string& text);
+
+  // Everything a page that just connected needs to catch up.
+  std::vector<nlohmann::json> Welcome() const;
+
+  const std::filesystem::path& dir() const { return context_.dir; }
+  store::DataVideo& database() { return client_.Database(); }
+  // Text for the page: secrets hidden, the unit's bytes as UTF-8.
+  std::string ForPage(const std::string& text) const;
+
+ private:
+  struct Job {
+    int id = 0;
+    std::unique_ptr<cli::Action> action;
+    bool inQueue = true;  // false: its request left the queue as it was sent
+    std::optional<std::string> error;
+    std::vector<std::string> lines;  // answers and notes while it ran
+    int percent = -1;
+    int images = 0;  // preview only
+    bool stopped = false;
+  };
+
+  void OnState(StatoConnessioneEnum stato);
+  void OnDebug(const std::string& line);
+  void Settle();
+  bool PreviewOver();
+  void Finish(Job& job);
+  nlohmann::json JobMessage(const Job& job, const std::string& status, const std::string& message) const;
+  void PublishJob(const Job& job, const std::string& status, const std::string& message = "");
+  void PublishImage(const char* source);
+  void Poll();
+  void PublishPanel();
+  void PublishProgress();
+  int WaitingRequests();
+  template <typename F>
+  void As(Job& job, F&& body);
+
+  boost::asio::io_context& io_;
+  const cli::Invocation& invocation_;
+  cli::Console& console_;
+  Publish publish_;
+  clsClient client_;
+  cli::Context context_;
+  boost::asio::steady_timer poll_;
+  std::string lastDebug_;
+
+  // Whether the database was there before the console made it, and the
+  // commands done since: an upload from tables nobody filled is refused.
+  bool haveDatabase_;
+  std::vector<cli::Op> done_;
+  int nextId_ = 1;
+  std::deque<Job> jobs_;       // in the order of their requests in the link's queue
+  std::optional<Job> preview_;
+  Job* speaking_ = nullptr;    // the job whose action runs now, for its lines
+  nlohmann::json panel_;       // the panel as last published
+  std::deque<nlohmann::json> timeline_;
+  std::deque<nlohmann::json> debug_;
+  std::deque<nlohmann::json> finished_;
+};
+
+}  // namespace camrelay::web

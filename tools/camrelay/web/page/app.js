@@ -1,0 +1,295 @@
+// The console page: it shows what the server publishes on the WebSocket and
+// turns clicks into requests. Every request carries the page's token.
+'use strict';
+
+const token = new URLSearchParams(location.search).get('token') || '';
+const $ = (id) => document.getElementById(id);
+
+function api(path, params = {}) {
+  const query = new URLSearchParams({ ...params, token });
+  return `${path}?${query}`;
+}
+
+async function post(path, body, params = {}) {
+  const isFile = body instanceof Blob;
+  const response = await fetch(api(path, params), {
+    method: 'POST',
+    headers: { 'Content-Type': isFile ? 'application/octet-stream' : 'application/json' },
+    body: isFile ? body : JSON.stringify(body),
+  });
+  const answer = await response.json().catch(() => ({ error: `HTTP ${response.status}` }));
+  if (!response.ok) throw new Error(answer.error || `HTTP ${response.status}`);
+  return answer;
+}
+
+async function get(path, params) {
+  const response = await fetch(api(path, params));
+  const answer = await response.json();
+  if (!response.ok) throw new Error(answer.error || `HTTP ${response.status}`);
+  return answer;
+}
+
+function element(tag, attributes = {}, ...children) {
+  const node = document.createElement(tag);
+  for (const [key, value] of Object.entries(attributes)) {
+    if (key === 'text') node.textContent = value;
+    else if (key.startsWith('on')) node.addEventListener(key.slice(2), value);
+    else node.setAttribute(key, value);
+  }
+  node.append(...children);
+  return node;
+}
+
+// ---- The panel. -------------------------------------------------------------
+
+const panel = {};
+
+// The link passes colours with red in the low byte.
+function cssColour(value) {
+  const red = value & 255, green = (value >> 8) & 255, blue = (value >> 16) & 255;
+  return `rgb(${red}, ${green}, ${blue})`;
+}
+
+function showBox(node, text) {
+  const atBottom = node.scrollTop + node.clientHeight >= node.scrollHeight - 4;
+  node.textContent = text.replace(/^\r\n/, '');
+  if (atBottom) node.scrollTop = node.scrollHeight;
+}
+
+function applyPanel(fields) {
+  Object.assign(panel, fields);
+  for (const node of document.querySelectorAll('[data-field]')) {
+    const name = node.dataset.field;
+    if (!(name in fields)) continue;
+    if (node.tagName === 'PRE') showBox(node, fields[name]);
+    else node.textContent = fields[name];
+  }
+  if ('pctColour' in fields) $('pct').style.color = cssColour(fields.pctColour);
+  if ('sendRowVisible' in fields) $('sendRow').hidden = !fields.sendRowVisible;
+  if ('stato' in fields || 'statoName' in fields) $('stato').textContent = `${panel.stato} ${panel.statoName}`;
+  if (['tentativi', 'tentativiMax', 'timeOutLungo', 'timeOutBreve'].some((k) => k in fields)) {
+    $('timing').textContent = `Tentativi ${panel.tentativi} / ${panel.tentativiMax}; ` +
+      `time-out ${panel.timeOutLungo} / ${panel.timeOutBreve} ms`;
+  }
+  if ('queue' in fields) {
+    $('queue').replaceChildren(...fields.queue.map((r) =>
+      element('li', { text: r.parametro ? `${r.tipo} ${r.parametro}` : r.tipo })));
+  }
+}
+
+$('sendRow').addEventListener('submit', async (event) => {
+  event.preventDefault();
+  try {
+    await post('/api/send-row', { text: $('TxtSendStr').value });
+  } catch (error) {
+    alert(error.message);
+  }
+});
+
+// ---- Commands and their outcomes. --------------------------------------------
+
+const jobs = new Map();
+
+function showJob(job) {
+  let item = jobs.get(job.id);
+  if (!item) {
+    item = element('li', { 'data-job': job.id });
+    jobs.set(job.id, item);
+    $('jobs').prepend(item);
+  }
+  item.className = job.status;
+  item.dataset.command = job.command;
+  item.dataset.status = job.status;
+  const title = `${job.command}${job.argument ? ' ' + job.argument : ''}`;
+  const parts = [element('b', { text: title }), ` — ${job.status}`];
+  if (job.status === 'running' || job.status === 'queued') {
+    const bar = element('progress', { max: 100 });
+    if (job.progress >= 0) bar.value = job.progress;
+    parts.push(' ', bar);
+  }
+  if (job.message) parts.push(`: ${job.message}`);
+  item.replaceChildren(...parts);
+  if (job.lines.length) item.append(element('pre', { class: 'lines', text: job.lines.join('\n') }));
+  if (job.status === 'done' && ['download-media', 'stream-image', 'preview'].includes(job.command)) loadMedia();
+  if (job.status === 'done' && job.command.startsWith('download-')) loadTable();
+}
+
+async function run(command, argument = '', extra = {}) {
+  try {
+    await post('/api/run', { command, argument, ...extra });
+  } catch (error) {
+    showJob({ id: `x${Date.now()}`, command, argument: '', status: 'failed', message: error.message,
+              lines: [], progress: -1 });
+  }
+}
+
+async function uploadFirmware(file) {
+  try {
+    await post('/api/firmware', file, { name: file.name });
+  } catch (error) {
+    showJob({ id: `x${Date.now()}`, command: 'upload-firmware', argument: file.name, status: 'failed',
+              message: error.message, lines: [], progress: -1 });
+  }
+}
+
+function commandRow(info) {
+  const button = element('button', { type: 'button', title: info.help, 'data-command': info.name, text: info.name });
+  if (info.name === 'upload-firmware') {
+    const chooser = element('input', { type: 'file', 'data-argument': info.name, title: info.argumentHelp });
+    button.addEventListener('click', () => {
+      if (chooser.files.length) uploadFirmware(chooser.files[0]);
+      else chooser.click();
+    });
+    chooser.addEventListener('change', () => chooser.files.length && uploadFirmware(chooser.files[0]));
+    return element('div', { class: 'command' }, button, chooser);
+  }
+  if (info.name === 'preview') return null;  // the preview card drives it
+  const type = /code/.test(info.name) ? 'password' : 'text';
+  const input = info.argument
+    ? element('input', { type, placeholder: info.argument, title: info.argumentHelp, 'data-argument': info.name })
+    : null;
+  button.addEventListener('click', () => run(info.name, input ? input.value : ''));
+  return element('div', { class: 'command' }, button, ...(input ? [input] : []));
+}
+
+async function loadCommands() {
+  const commands = await get('/api/commands');
+  $('commandList').replaceChildren(...commands.map(commandRow).filter(Boolean));
+}
+
+// ---- Preview and files that arrived. -------------------------------------------
+
+for (let camera = 1; camera <= 8; ++camera) {
+  $('cameras').append(element('label', {},
+    element('input', { type: 'checkbox', value: camera, 'data-camera': camera }), ` ${camera}`));
+}
+
+$('previewForm').addEventListener('submit', (event) => {
+  event.preventDefault();
+  const cameras = [...document.querySelectorAll('#cameras input:checked')].map((c) => c.value);
+  if (!cameras.length) return alert('Choose at least one camera');
+  $('images').replaceChildren();
+  run('preview', cameras.join(','), { images: Number($('previewImages').value) || 10 });
+});
+$('previewStop').addEventListener('click', () => post('/api/preview/stop', {}));
+
+function showImage(message) {
+  const key = message.source === 'preview' ? `camera ${message.camera}` : 'stream image';
+  let figure = document.querySelector(`#images figure[data-key="${key}"]`);
+  if (!figure) {
+    figure = element('figure', { 'data-key': key }, element('img', { alt: key }), element('figcaption'));
+    $('images').append(figure);
+  }
+  figure.querySelector('img').src = `data:image/jpeg;base64,${message.jpeg}`;
+  figure.querySelector('figcaption').textContent = `${key}, ${message.time}`;
+}
+
+async function loadMedia() {
+  const folders = await get('/api/media');
+  const lists = Object.entries(folders).map(([folder, files]) => element('div', {},
+    element('h4', { text: `${folder}/ (${files.length})` }),
+    element('ul', {}, ...files.map((f) => element('li', {},
+      element('a', { href: api('/api/media/file', { folder, name: f.name }), target: '_blank', text: f.name }),
+      ` ${f.size} bytes `,
+      element('a', { href: api('/api/media/file', { folder, name: f.name, download: 1 }), text: 'download' }))))));
+  $('media').replaceChildren(...lists);
+}
+$('mediaRefresh').addEventListener('click', loadMedia);
+
+// ---- The database. -----------------------------------------------------------------
+
+const table = { name: '', offset: 0, limit: 100, sort: '', desc: false, filter: '', total: 0 };
+
+async function loadTable() {
+  if (!table.name) return;
+  const page = await get('/api/table', {
+    name: table.name, offset: table.offset, limit: table.limit, sort: table.sort,
+    desc: table.desc ? 1 : 0, filter: table.filter,
+  });
+  table.total = page.total;
+  const head = element('tr', {}, ...page.columns.map((column) => {
+    const th = element('th', { text: column });
+    if (column === table.sort) th.className = table.desc ? 'sorted desc' : 'sorted';
+    th.addEventListener('click', () => {
+      table.desc = table.sort === column ? !table.desc : false;
+      table.sort = column;
+      table.offset = 0;
+      loadTable();
+    });
+    return th;
+  }));
+  $('table').tHead.replaceChildren(head);
+  $('table').tBodies[0].replaceChildren(...page.rows.map((row) => element('tr', {}, ...row.map((value) =>
+    value === null ? element('td', { class: 'null', text: 'Null' }) : element('td', { text: value })))));
+  const last = Math.min(table.offset + page.rows.length, table.total);
+  $('tablePosition').textContent = `${table.total ? table.offset + 1 : 0}–${last} of ${table.total}`;
+  $('tableCsv').href = api('/api/csv', { name: table.name });
+}
+
+async function loadTables() {
+  const names = await get('/api/tables');
+  $('tableName').replaceChildren(...names.map((n) => element('option', { value: n, text: n })));
+  table.name = names[0];
+  loadTable();
+}
+
+$('tableName').addEventListener('change', () => {
+  Object.assign(table, { name: $('tableName').value, offset: 0, sort: '', desc: false });
+  loadTable();
+});
+let filterTimer;
+$('tableFilter').addEventListener('input', () => {
+  clearTimeout(filterTimer);
+  filterTimer = setTimeout(() => {
+    Object.assign(table, { filter: $('tableFilter').value, offset: 0 });
+    loadTable();
+  }, 200);
+});
+$('tablePrev').addEventListener('click', () => {
+  table.offset = Math.max(0, table.offset - table.limit);
+  loadTable();
+});
+$('tableNext').addEventListener('click', () => {
+  if (table.offset + table.limit < table.total) table.offset += table.limit;
+  loadTable();
+});
+
+// ---- Timeline, diagnostics, and the live channel. --------------------------------------
+
+function showState(message) {
+  $('timeline').prepend(element('li', { text: `${message.time}  ${message.number} ${message.name}` }));
+  while ($('timeline').children.length > 500) $('timeline').lastChild.remove();
+}
+
+let debugLines = 0;
+function showDebug(message) {
+  const box = $('debug');
+  box.textContent += `${message.time} ${message.line}\n`;
+  $('debugCount').textContent = ++debugLines;
+  box.scrollTop = box.scrollHeight;
+}
+
+const handlers = { panel: (m) => applyPanel(m.fields), state: showState, debug: showDebug, job: showJob,
+                   image: showImage };
+
+function connect() {
+  const socket = new WebSocket(`${location.protocol === 'https:' ? 'wss' : 'ws'}://${location.host}${api('/ws')}`);
+  socket.addEventListener('open', () => {
+    $('live').textContent = 'live';
+    $('live').className = 'live on';
+  });
+  socket.addEventListener('message', (event) => {
+    const message = JSON.parse(event.data);
+    handlers[message.type]?.(message);
+  });
+  socket.addEventListener('close', () => {
+    $('live').textContent = 'offline';
+    $('live').className = 'live off';
+    setTimeout(connect, 1000);
+  });
+}
+
+connect();
+loadCommands();
+loadTables();
+loadMedia();

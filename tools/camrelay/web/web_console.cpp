@@ -1,0 +1,105 @@
+#include "web/web_console.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <unistd.h>
+#include <sys/wait.h>
+
+#include <boost/asio/signal_set.hpp>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+
+#include "web/access.h"
+#include "web/http_server.h"
+#include "web/live_link.h"
+
+extern char** environ;
+
+namespace camrelay::web {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+ListenAddress CheckedListen(const cli::WebConsoleOptions& options, cli::Console& console) {
+  ListenAddress address;
+  try {
+    address = ParseListen(options.listen);
+  } catch (const std::invalid_argument& e) {
+    throw cli::UsageError(e.what());
+  }
+  if (IsLoopback(address.host)) return address;
+  if (!options.allowRemote)
+    throw cli::UsageError("--listen: " + address.host +
+                          " is not a loopback address; add --allow-remote to serve the page to other machines");
+  console.Error("warning: the page is served on " + address.host +
+                " to every machine that can reach it; whoever has its address and token can drive the unit");
+  return address;
+}
+
+std::string HostInUrl(const boost::asio::ip::address& address) {
+  return address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
+}
+
+// A private folder for the files the user picks on the page.
+fs::path MakeUploadDir() {
+  std::string pattern = (fs::temp_directory_path() / "camrelay-console-XXXXXX").string();
+  if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a folder for uploads in " + pattern);
+  return pattern;
+}
+
+void OpenInBrowser(const std::string& url, cli::Console& console) {
+  // The helper's own complaints would bury the address: its verdict is
+  // enough.
+  posix_spawn_file_actions_t quiet;
+  posix_spawn_file_actions_init(&quiet);
+  posix_spawn_file_actions_addopen(&quiet, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&quiet, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t pid = 0;
+  const char* argv[] = {"xdg-open", url.c_str(), nullptr};
+  const bool started = posix_spawnp(&pid, "xdg-open", &quiet, nullptr, const_cast<char* const*>(argv), environ) == 0;
+  posix_spawn_file_actions_destroy(&quiet);
+  int status = 0;
+  // xdg-open hands the address to the browser and ends.
+  if (!started || waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
+    console.Error("cannot open a browser (xdg-open); open the address above yourself");
+}
+
+}  // namespace
+
+int RunWebConsole(const cli::Invocation& invocation, cli::Console& console) {
+  const cli::WebConsoleOptions& options = *invocation.webConsole;
+  const ListenAddress listen = CheckedListen(options, console);
+  boost::asio::io_context io;
+  std::unique_ptr<HttpServer> server;
+  LiveLink link(io, invocation, console, [&server](const nlohmann::json& message) {
+    if (server) server->Broadcast(message);
+  });
+  const fs::path uploads = MakeUploadDir();
+  server = std::make_unique<HttpServer>(io, MakeToken(), link, uploads);
+  int status = 0;
+  try {
+    const auto endpoint = server->Listen(listen);
+    if (const auto failure = link.Open()) {
+      console.Error(*failure);
+      status = 1;
+    } else {
+      const std::string url = "http://" + HostInUrl(endpoint.address()) + ":" + std::to_string(endpoint.port()) +
+                              "/?token=" + server->token();
+      std::cout << url << std::endl;
+      if (options.open) OpenInBrowser(url, console);
+      boost::asio::signal_set signals(io, SIGINT, SIGTERM);
+      signals.async_wait([&io](const boost::system::error_code&, int) { io.stop(); });
+      io.run();
+    }
+  } catch (const boost::system::system_error& e) {
+    console.Error("cannot serve the page on " + listen.host + ":" + std::to_string(listen.port) + ": " + e.what());
+    status = 1;
+  }
+  std::error_code ec;
+  fs::remove_all(uploads, ec);
+  return status;
+}
+
+}  // namespace camrelay::web
