@@ -1,0 +1,22 @@
+// The Windows build has no libpq: a server connection string is refused with
+// a reason the host can show, and the library still builds and links.
+#include <stdexcept>
+
+#include "store/postgres_backend.h"
+
+namespace camrelay::store {
+
+namespace {
+
+[[noreturn]] void Unavailable() {
+  throw std::runtime_error(
+      "the PostgreSQL provider is not part of this build; use \"Provider=SQLite;Data Source=<file>\"");
+}
+
+}  // namespace
+
+std::unique_ptr<Backend> OpenPostgres(const ServerDatabase&, bool) { Unavailable(); }
+bool InitPostgres(const ServerDatabase&) { Unavailable(); }
+std::unique_ptr<Backend> ConnectPostgres(const ServerDatabase&) { Unavailable(); }
+
+}  // namespace camrelay::store

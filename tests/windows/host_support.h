@@ -1,0 +1,105 @@
+// What the Windows test host needs around the server: checks that count
+// failures, the unit's whereabouts, a message pump, late-bound calls as
+// script hosts make them, and an event sink that records what it is sent.
+#pragma once
+
+#include <windows.h>
+#include <oaidl.h>
+#include <ocidl.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace host {
+
+// A failed check prints where and why and makes the program fail; the
+// group goes on, so one run shows every fault.
+bool Check(bool condition, const std::string& what, const char* file, int line);
+#define CHECK(condition, what) ::host::Check((condition), (what), __FILE__, __LINE__)
+int Failures();
+
+// A POSIX path handed over by the test's script, as Wine's drive Z: shows it.
+std::filesystem::path FromUnixPath(const std::string& path);
+std::string Environment(const char* name);
+std::filesystem::path ServerDll();
+std::filesystem::path WorkDir();
+int UnitPort();
+
+// Runs a program and returns its exit code (-1 when it cannot start or
+// overruns its time).
+int RunProgram(const std::wstring& commandLine, DWORD timeoutMs = 60000);
+void RegisterServer();
+void UnregisterServer();
+bool RegistryKeyExists(HKEY root, const std::wstring& key);
+std::wstring RegistryText(HKEY root, const std::wstring& key, const wchar_t* name);
+std::wstring GuidText(REFGUID guid);
+
+// Dispatches the thread's messages until done() holds or the time is up.
+bool PumpUntil(const std::function<bool()>& done, DWORD timeoutMs);
+void PumpFor(DWORD ms);
+
+// Owned Variants for arguments.
+VARIANT Text(const std::wstring& value);
+VARIANT Long(long value);
+VARIANT Bool(bool value);
+
+// An automation object reached the way script hosts reach it: by name.
+class LateBound {
+ public:
+  explicit LateBound(IDispatch* object) : object_(object) {}
+  // Calls a method; arguments in their written order, cleared afterwards.
+  HRESULT Call(const wchar_t* name, std::vector<VARIANT> arguments = {});
+  VARIANT Get(const wchar_t* name);
+  std::wstring GetText(const wchar_t* name);
+  long GetLong(const wchar_t* name);
+  HRESULT Put(const wchar_t* name, VARIANT value);
+
+ private:
+  HRESULT Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT>& arguments, VARIANT* result);
+  IDispatch* object_;
+};
+
+// Connetti to the test's unit; arguments passed by value, as scripts pass
+// literals, except the port, passed by reference as compiled hosts pass it.
+void Connect(LateBound client, long protocol, long localPort, const std::filesystem::path& folder);
+// A UDP port nobody uses on loopback right now.
+long FreeUdpPort();
+
+struct Event {
+  DISPID id;
+  long number;       // CambioStatoConnessione, CambioStatoDB
+  std::wstring text;  // OnDebug
+  DWORD thread;
+};
+
+// A sink for __clsClient that keeps every event it receives.
+class EventSink final : public IDispatch {
+ public:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
+  ULONG STDMETHODCALLTYPE Release() override { return --references_; }  // lives on the test's stack
+  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override;
+  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Invoke(DISPID member, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT*, EXCEPINFO*,
+                                   UINT*) override;
+
+  // Connects to the object's connection point; false when it cannot.
+  bool Connect(IUnknown* object);
+  void Disconnect();
+
+  std::vector<Event> events;
+  // The states of CambioStatoConnessione in arrival order.
+  std::vector<long> States() const;
+  bool Saw(long state) const;
+  std::wstring DebugLines() const;
+
+ private:
+  ULONG references_ = 1;
+  IConnectionPoint* point_ = nullptr;
+  DWORD cookie_ = 0;
+};
+
+}  // namespace host

@@ -1,0 +1,147 @@
+// panel: Show brings up the diagnostic panel as a window; a screenshot of it
+// is not blank; "Invia" sends the typed string on UDP, and the send row is
+// not there on TCP.
+#include <windows.h>
+
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+
+#include "camrelay.h"
+#include "camrelay/enums.h"
+#include "host_support.h"
+
+namespace fs = std::filesystem;
+using namespace host;
+
+namespace {
+
+constexpr wchar_t kTitle[] = L"CAMRELAY by SENTROVA";
+constexpr int kTwipsPerPixel = 15;
+
+HWND PanelWindow() { return FindWindowW(nullptr, kTitle); }
+
+HWND ChildWith(HWND parent, const wchar_t* windowClass, const wchar_t* text) {
+  return FindWindowExW(parent, nullptr, windowClass, text);
+}
+
+// The edit box where a string is typed: the one edit that is not read-only.
+HWND TypingField(HWND panel) {
+  for (HWND child = FindWindowExW(panel, nullptr, L"Edit", nullptr); child;
+       child = FindWindowExW(panel, child, L"Edit", nullptr))
+    if (!(GetWindowLongW(child, GWL_STYLE) & ES_READONLY)) return child;
+  return nullptr;
+}
+
+// Draws the window into a 24-bit bitmap, saves it as a BMP file and
+// returns how many distinct colours it holds.
+std::size_t Screenshot(HWND window, const fs::path& file) {
+  RECT frame;
+  GetWindowRect(window, &frame);
+  const int width = frame.right - frame.left, height = frame.bottom - frame.top;
+  BITMAPINFO info{};
+  info.bmiHeader = {sizeof(BITMAPINFOHEADER), width, height, 1, 24, BI_RGB, 0, 0, 0, 0, 0};
+  HDC screen = GetDC(nullptr);
+  HDC memory = CreateCompatibleDC(screen);
+  void* bits = nullptr;
+  HBITMAP bitmap = CreateDIBSection(memory, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
+  HGDIOBJ previous = SelectObject(memory, bitmap);
+  // What the screen shows of the window, its frame and controls included.
+  HDC source = GetWindowDC(window);
+  CHECK(BitBlt(memory, 0, 0, width, height, source, 0, 0, SRCCOPY) != FALSE, "the panel is copied off the screen");
+  ReleaseDC(window, source);
+  GdiFlush();
+  const int stride = (width * 3 + 3) & ~3;
+  const auto* pixels = static_cast<const unsigned char*>(bits);
+  std::set<unsigned> colours;
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) {
+      const unsigned char* p = pixels + y * stride + x * 3;
+      colours.insert(p[0] | p[1] << 8 | p[2] << 16);
+    }
+  BITMAPFILEHEADER header{0x4D42, static_cast<DWORD>(sizeof(BITMAPFILEHEADER) + sizeof(BITMAPINFOHEADER) +
+                                                     stride * height),
+                          0, 0, sizeof(BITMAPFILEHEADER) + sizeof(BITMAPINFOHEADER)};
+  std::ofstream out(file, std::ios::binary);
+  out.write(reinterpret_cast<const char*>(&header), sizeof header);
+  out.write(reinterpret_cast<const char*>(&info.bmiHeader), sizeof info.bmiHeader);
+  out.write(static_cast<const char*>(bits), static_cast<std::streamsize>(stride) * height);
+  SelectObject(memory, previous);
+  DeleteObject(bitmap);
+  DeleteDC(memory);
+  ReleaseDC(nullptr, screen);
+  return colours.size();
+}
+
+bool UnitLogHas(const std::string& text) {
+  std::ifstream in(FromUnixPath(Environment("CAMRELAY_UNIT_LOG")), std::ios::binary);
+  const std::string log{std::istreambuf_iterator<char>(in), {}};
+  return log.find(text) != std::string::npos;
+}
+
+int WindowHeight(HWND window) {
+  RECT frame;
+  GetWindowRect(window, &frame);
+  return frame.bottom - frame.top;
+}
+
+}  // namespace
+
+void Panel() {
+  RegisterServer();
+  CLSID clsid{};
+  CLSIDFromProgID(L"CamRelay.clsClient", &clsid);
+  IDispatch* object = nullptr;
+  if (!CHECK(SUCCEEDED(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                                        reinterpret_cast<void**>(&object))),
+             "the object is created"))
+    return;
+  LateBound client(object);
+  const fs::path folder = WorkDir() / "host";
+
+  Connect(client, camrelay::sckUDPProtocol, FreeUdpPort(), folder);
+  PumpFor(300);
+  CHECK(PanelWindow() == nullptr || !IsWindowVisible(PanelWindow()), "the panel is hidden until Show");
+  client.Call(L"Show");
+  CHECK(PumpUntil([] { return PanelWindow() && IsWindowVisible(PanelWindow()); }, 5000),
+        "Show brings up the window \"CAMRELAY by SENTROVA\"");
+  const HWND panel = PanelWindow();
+  if (!panel) {
+    object->Release();
+    return;
+  }
+  PumpFor(500);
+  CHECK(GetMenuState(GetSystemMenu(panel, FALSE), SC_CLOSE, MF_BYCOMMAND) == static_cast<UINT>(-1),
+        "the panel's window menu has no Close");
+  CHECK(WindowHeight(panel) == 8900 / kTwipsPerPixel, "on UDP the panel is 8900 twips high");
+  CHECK(ChildWith(panel, L"Static", L"Dati di rete locale") && ChildWith(panel, L"Static", L"TX:") &&
+            ChildWith(panel, L"Static", L"Invia una stringa al VideoSentrova:"),
+        "the panel carries its captions");
+  const std::size_t colours = Screenshot(panel, WorkDir() / "panel-udp.bmp");
+  CHECK(colours > 2, "the screenshot shows the drawn panel (" + std::to_string(colours) + " colours)");
+
+  const HWND field = TypingField(panel);
+  const HWND invia = ChildWith(panel, L"Button", L"Invia");
+  CHECK(field && invia && IsWindowVisible(invia), "on UDP the send row is shown");
+  SendMessageW(field, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(L"PROVA-PANNELLO-42"));
+  SendMessageW(invia, BM_CLICK, 0, 0);
+  CHECK(PumpUntil([] { return UnitLogHas("PROVA-PANNELLO-42"); }, 5000), "\"Invia\" sends the typed string");
+
+  client.Call(L"Hide");
+  PumpFor(300);
+  CHECK(!IsWindowVisible(panel), "Hide takes the panel away");
+
+  Connect(client, camrelay::sckTCPProtocol, 0, folder);
+  client.Call(L"Show");
+  PumpUntil([] { return PanelWindow() && IsWindowVisible(PanelWindow()); }, 5000);
+  PumpFor(500);
+  const HWND tcpPanel = PanelWindow();
+  CHECK(tcpPanel && WindowHeight(tcpPanel) == 8400 / kTwipsPerPixel, "on TCP the panel is 8400 twips high");
+  const HWND tcpInvia = tcpPanel ? ChildWith(tcpPanel, L"Button", L"Invia") : nullptr;
+  CHECK(tcpInvia && !IsWindowVisible(tcpInvia), "on TCP the send row is hidden");
+  client.Call(L"Disconnetti");
+  PumpFor(300);
+  CHECK(!PanelWindow() || !IsWindowVisible(PanelWindow()), "Disconnetti takes the panel away");
+  object->Release();
+}
