@@ -71,6 +71,40 @@ TEST_F(CommandLine, BadInputIsRefusedBeforeAnythingIsSent) {
   EXPECT_FALSE(fs::exists(hostDb()));
 }
 
+// A bare "camrelay" is someone finding out what it does: a few lines naming
+// every command, on standard error since nothing was done.
+TEST_F(CommandLine, BareCommandShowsAShortUsage) {
+  const Outcome bare = Camrelay({});
+  EXPECT_EQ(bare.exit, 2);
+  EXPECT_EQ(bare.out, "");
+  EXPECT_NE(bare.err.find("\nUsage: camrelay [OPTIONS] COMMAND"), std::string::npos) << bare.err;
+  const auto list = bare.err.find("\nCommands: ");
+  ASSERT_NE(list, std::string::npos) << bare.err;
+  const std::string commands = bare.err.substr(list, bare.err.find('\n', list + 1) - list) + ",";
+  for (const char* command : {"login", "download-prog", "preview", "db"})
+    EXPECT_NE(commands.find(std::string(" ") + command + ","), std::string::npos) << command << bare.err;
+  EXPECT_LE(std::count(bare.err.begin(), bare.err.end(), '\n'), 4) << bare.err;
+}
+
+// Tables that are all empty would erase the unit's programming: they are
+// sent only when asked for in so many words.
+TEST_F(CommandLine, EmptyTablesAreSentOnlyWithAllowEmpty) {
+  StartUnit(Transport::Udp);
+  ASSERT_EQ(Camrelay({"--dir", hostDir().string(), "db", "init"}).exit, 0);
+  for (const char* upload : {"upload-prog", "upload-prog-cam-events"}) {
+    const Outcome refused = Host({upload});
+    EXPECT_EQ(refused.exit, 2) << upload;
+    EXPECT_EQ(refused.err, std::string("camrelay: ") + upload +
+                               ": the tables to send are all empty, which would erase the unit's own; give "
+                               "--allow-empty to send them all the same\n");
+  }
+  EXPECT_EQ(unit().Stderr().find("<- "), std::string::npos) << unit().Stderr();
+  ASSERT_FALSE(Rows(unitDb(), "Ingressi").empty());
+  const Outcome sent = Host({"upload-prog", "--allow-empty"});
+  EXPECT_EQ(sent.exit, 0) << sent.err;
+  EXPECT_TRUE(Rows(unitDb(), "Ingressi").empty());
+}
+
 TEST_F(CommandLine, AccessCodeIsNeverPrinted) {
   StartUnit(Transport::Udp, {"--code", "Zq9xw1"});
   code = "";

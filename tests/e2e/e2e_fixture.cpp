@@ -5,7 +5,6 @@
 
 #include "store/DataVideo.h"
 #include "store/dump.h"
-#include "store/sqlite_util.h"
 
 namespace camrelay::e2e {
 namespace fs = std::filesystem;
@@ -16,12 +15,24 @@ namespace {
 // The unit stops by itself even if the test process dies before it can.
 constexpr const char* kUnitLifetime = "300";
 
+std::unique_ptr<store::DataVideo> OpenDatabase(const std::string& connection) {
+  auto db = std::make_unique<store::DataVideo>();
+  db->SetConnectionString(connection);
+  db->EnsureOpen(nullptr, "test");
+  return db;
+}
+
 std::unique_ptr<store::DataVideo> OpenDatabase(const fs::path& file) {
   if (!fs::exists(file)) throw std::runtime_error("no database at " + file.string());
-  auto db = std::make_unique<store::DataVideo>();
-  db->SetConnectionString(file.string());
-  db->Open();
-  return db;
+  return OpenDatabase(file.string());
+}
+
+std::vector<Row> TableRows(store::DataVideo& db, const std::string& table, const std::string& without) {
+  store::TableDump dump = store::DumpTable(db, table);
+  const auto skip = std::find(dump.columns.begin(), dump.columns.end(), without) - dump.columns.begin();
+  for (Row& row : dump.rows)
+    if (skip < static_cast<long>(row.size())) row.erase(row.begin() + skip);
+  return dump.rows;
 }
 
 }  // namespace
@@ -50,6 +61,10 @@ void EndToEnd::StartUnit(Transport transport, const std::vector<std::string>& ex
   std::vector<std::string> args{"--dir", unitDir_.string(), transport == Transport::Tcp ? "--tcp" : "--udp",
                                 "--port", "0", "--host", "127.0.0.1", "--exit-after", kUnitLifetime, "-v"};
   args.insert(args.end(), extra.begin(), extra.end());
+  // A unit started before wrote its port to the same file: gone, it cannot
+  // be read in place of the new one's.
+  unit_.reset();
+  fs::remove(logs_ / "unit.out");
   unit_ = std::make_unique<Process>(ProgramPath("camrelay-unit"), args, std::vector<std::string>{}, logs_, "unit");
   const std::string line = unit_->WaitFirstLine(std::chrono::seconds(10));
   ASSERT_TRUE(line.starts_with("camrelay-unit listening on ")) << "unit said: " << line << unit_->Stderr();
@@ -61,8 +76,9 @@ void EndToEnd::StopUnit() {
   if (unit_) unit_->Stop();
 }
 
-Outcome EndToEnd::Host(const std::vector<std::string>& args, std::chrono::seconds limit) {
-  std::vector<std::string> all{"--host", "127.0.0.1", "--port", std::to_string(port_), "--dir", hostDir_.string()};
+std::vector<std::string> EndToEnd::HostArguments(const std::vector<std::string>& args) const {
+  std::vector<std::string> all{"--host", "127.0.0.1", "--port", std::to_string(peerPort ? peerPort : port_),
+                               "--dir", hostDir_.string()};
   if (!code.empty()) all.insert(all.end(), {"--code", code});
   if (transport_ == Transport::Tcp) {
     all.push_back("--tcp");
@@ -71,28 +87,45 @@ Outcome EndToEnd::Host(const std::vector<std::string>& args, std::chrono::second
   }
   all.insert(all.end(), timing.begin(), timing.end());
   all.insert(all.end(), args.begin(), args.end());
-  return Camrelay(all, env, limit);
+  return all;
+}
+
+std::vector<std::string> EndToEnd::HostEnvironment(const std::vector<std::string>& extra) const {
+  std::vector<std::string> environment{"XDG_CONFIG_HOME=" + configHome_.string()};
+  environment.insert(environment.end(), extra.begin(), extra.end());
+  return environment;
+}
+
+Outcome EndToEnd::Host(const std::vector<std::string>& args, std::chrono::seconds limit) {
+  return Camrelay(HostArguments(args), env, limit);
+}
+
+std::optional<int> EndToEnd::HostKilledAfter(const std::vector<std::string>& args, std::chrono::milliseconds after) {
+  Process host(ProgramPath("camrelay"), HostArguments(args), HostEnvironment(env), logs_,
+               "host" + std::to_string(++runs_));
+  const auto exit = host.Wait(after);
+  host.Kill();
+  return exit;
 }
 
 Outcome EndToEnd::Camrelay(const std::vector<std::string>& args, const std::vector<std::string>& extraEnv,
                            std::chrono::seconds limit) {
-  std::vector<std::string> environment{"XDG_CONFIG_HOME=" + configHome_.string()};
-  environment.insert(environment.end(), extraEnv.begin(), extraEnv.end());
-  Process host(ProgramPath("camrelay"), args, environment, logs_, "host" + std::to_string(++runs_));
+  Process host(ProgramPath("camrelay"), args, HostEnvironment(extraEnv), logs_, "host" + std::to_string(++runs_));
   Outcome outcome;
   outcome.exit = host.Wait(limit);
   host.Stop();
   outcome.out = host.Stdout();
   outcome.err = host.Stderr();
+  outcome.peakRssKiB = host.PeakRssKiB();
   return outcome;
 }
 
 std::vector<Row> Rows(const fs::path& database, const std::string& table, const std::string& without) {
-  store::TableDump dump = store::DumpTable(*OpenDatabase(database), table);
-  const auto skip = std::find(dump.columns.begin(), dump.columns.end(), without) - dump.columns.begin();
-  for (Row& row : dump.rows)
-    if (skip < static_cast<long>(row.size())) row.erase(row.begin() + skip);
-  return dump.rows;
+  return TableRows(*OpenDatabase(database), table, without);
+}
+
+std::vector<Row> ServerRows(const std::string& connection, const std::string& table, const std::string& without) {
+  return TableRows(*OpenDatabase(connection), table, without);
 }
 
 std::vector<Row> Sorted(std::vector<Row> rows) {
@@ -101,7 +134,7 @@ std::vector<Row> Sorted(std::vector<Row> rows) {
 }
 
 void Execute(const fs::path& database, const std::string& sql) {
-  store::Exec(OpenDatabase(database)->Handle(), sql);
+  OpenDatabase(database)->Handle().Exec(sql);
 }
 
 std::string FileBytes(const fs::path& file) {

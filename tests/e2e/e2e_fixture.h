@@ -25,6 +25,7 @@ struct Outcome {
   std::optional<int> exit;  // nullopt: it did not end in time
   std::string out;
   std::string err;
+  long peakRssKiB = 0;  // the most memory camrelay held at once
 };
 
 // A row as the store gives it: nullopt for Null.
@@ -44,6 +45,9 @@ class EndToEnd : public ::testing::Test {
   // Runs camrelay against the unit with the link options filled in, then
   // args, and waits for it up to `limit`.
   Outcome Host(const std::vector<std::string>& args, std::chrono::seconds limit = std::chrono::seconds(60));
+  // Starts camrelay as Host does and kills it with SIGKILL after `after`;
+  // returns its exit status when it ended before that.
+  std::optional<int> HostKilledAfter(const std::vector<std::string>& args, std::chrono::milliseconds after);
   // Runs camrelay with exactly these arguments.
   Outcome Camrelay(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
                    std::chrono::seconds limit = std::chrono::seconds(60));
@@ -58,8 +62,12 @@ class EndToEnd : public ::testing::Test {
   std::vector<std::string> timing = {"--timeout-long", "1000", "--timeout-short", "1000", "--retries", "5"};
   std::string code = "123456";  // "" leaves --code out
   std::vector<std::string> env;  // added to the host's environment
+  int peerPort = 0;  // when set, camrelay talks to this port instead of the unit's
 
  private:
+  std::vector<std::string> HostArguments(const std::vector<std::string>& args) const;
+  std::vector<std::string> HostEnvironment(const std::vector<std::string>& extra) const;
+
   test::TempDir root_;
   std::filesystem::path unitDir_, hostDir_, configHome_, logs_;
   std::unique_ptr<Process> unit_;
@@ -73,6 +81,8 @@ class EndToEnd : public ::testing::Test {
 // column left out (a counter that each side numbers its own way).
 std::vector<Row> Rows(const std::filesystem::path& database, const std::string& table,
                       const std::string& without = "");
+// The same from a database in a server, named by its connection string.
+std::vector<Row> ServerRows(const std::string& connection, const std::string& table, const std::string& without = "");
 std::vector<Row> Sorted(std::vector<Row> rows);
 // Runs SQL on a database file.
 void Execute(const std::filesystem::path& database, const std::string& sql);

@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -69,6 +71,7 @@ Process::~Process() { Stop(); }
 std::optional<int> Process::Wait(std::chrono::milliseconds timeout) {
   const auto deadline = Clock::now() + timeout;
   while (!reaped_) {
+    SamplePeakRss();
     int status = 0;
     if (waitpid(pid_, &status, WNOHANG) == pid_) {
       reaped_ = true;
@@ -98,6 +101,21 @@ void Process::Stop() {
     kill(pid_, SIGKILL);
     Wait(std::chrono::seconds(5));
   }
+}
+
+// The high-water mark of the program's own memory. The kernel's count for a
+// child that has ended would include the copy of the test's memory that fork
+// made before exec, so it is read from the running program instead.
+void Process::SamplePeakRss() {
+  std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+  for (std::string line; std::getline(status, line);)
+    if (line.starts_with("VmHWM:")) peakRssKiB_ = std::max(peakRssKiB_, std::stol(line.substr(6)));
+}
+
+void Process::Kill() {
+  if (reaped_ || pid_ <= 0) return;
+  kill(pid_, SIGKILL);
+  Wait(std::chrono::seconds(5));
 }
 
 std::string Process::Stdout() const { return test::ReadFileBytes(out_); }

@@ -31,14 +31,23 @@ class Process {
   std::string WaitFirstLine(std::chrono::milliseconds timeout);
   // SIGTERM, then SIGKILL if it does not end within a second.
   void Stop();
+  // SIGKILL at once, as a crash or a power cut would end it.
+  void Kill();
+
+  // The most memory it held at once, in KiB, as last seen while waiting for
+  // it (every 10 ms).
+  long PeakRssKiB() const { return peakRssKiB_; }
 
   std::string Stdout() const;
   std::string Stderr() const;
 
  private:
+  void SamplePeakRss();
+
   pid_t pid_ = -1;
   bool reaped_ = false;
   std::optional<int> status_;
+  long peakRssKiB_ = 0;
   std::filesystem::path out_, err_;
 };
 

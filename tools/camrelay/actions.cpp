@@ -8,7 +8,6 @@
 #include "files/voice.h"
 #include "link/frmClient.h"
 #include "store/download.h"
-#include "store/sqlite_util.h"
 
 namespace camrelay::cli {
 namespace fs = std::filesystem;
@@ -55,10 +54,11 @@ class CountingSink : public DebugSink {
  public:
   explicit CountingSink(Console& console) : console_(console) {}
   void CreateEventOnDebug(const std::string& Message) override {
-    ++reports;
+    if (reports++ == 0) first = Message;
     console_.Debug(Message);
   }
   int reports = 0;
+  std::string first;
 
  private:
   Console& console_;
@@ -122,9 +122,12 @@ class SimpleAction : public Action {
   Bar bar_;
 };
 
-// A download whose record lines the reception leaves in the packet array:
-// they are stored here, all or nothing, so that a bad record never leaves a
-// half-stored download behind (the unit still has it; run again).
+// A download whose record lines the reception leaves in the packet array.
+// A programming that replaces the one held is stored all or nothing, so that
+// a bad record never leaves half of it behind (the unit still has it; run
+// again). Records that are added (the log, which the unit may have erased
+// once sent; camera events) keep the good ones, as the library's own store
+// does, and the bad ones are reported.
 class RecordsAction : public SimpleAction {
  public:
   RecordsAction(const Command& command, Starter start, StatoConnessioneEnum completion, std::string table,
@@ -160,13 +163,16 @@ class RecordsAction : public SimpleAction {
         // A camera-event programming is whole: the one received replaces
         // the one held, holidays included.
         db.Execute("Del_ProgCamEvents");
-        store::Exec(db.Handle(), "DELETE FROM Festivita");
+        db.Handle().Exec("DELETE FROM \"Festivita\"");
       }
       records_ = store::AppendRecordLines(dati, db, &sink);
-      if (sink.reports > 0)
+      if (sink.reports > 0 && replace_)
         return std::to_string(sink.reports) + " problem(s) storing what the unit sent; nothing was stored "
                "(run with -v for details)";
       transaction.Commit();
+      if (sink.reports > 0)
+        return std::to_string(records_) + " records stored; " + std::to_string(sink.reports) +
+               " problem(s) with the others: " + sink.first + (sink.reports > 1 ? " (run with -v for all)" : "");
     } catch (const std::exception& e) {
       return std::string("cannot store what the unit sent: ") + e.what();
     }
@@ -180,9 +186,9 @@ class RecordsAction : public SimpleAction {
   std::optional<std::string> storeError_;
 };
 
-// A snapshot or clip. The library appends to the file it writes into, so a
-// file already there is set aside first and given back if the download
-// fails; a failed download leaves no partial file.
+// A snapshot or clip. The library writes the run into a partial file and
+// puts it where the file goes only once it is complete, so a file already
+// there is kept when the download fails.
 class MediaAction : public SimpleAction {
  public:
   explicit MediaAction(const Command& command)
@@ -194,24 +200,21 @@ class MediaAction : public SimpleAction {
     // The same rule as the reception's: exactly ".jpg" is a snapshot.
     const bool snapshot = command().argument.ends_with(".jpg");
     target_ = ctx.dir / (snapshot ? "Snapshot" : "VideoAvi") / command().argument;
-    backup_ = target_;
-    backup_ += ".camrelay-previous";
-    std::error_code ec;
-    fs::remove(backup_, ec);
-    if (fs::exists(target_, ec)) fs::rename(target_, backup_, ec);
     SimpleAction::Start(ctx);
+  }
+
+  // The library reports every packet of data it writes; a file's time stamp
+  // would not tell, since the file system's clock is coarser than a fast run.
+  void OnState(Context& ctx, StatoConnessioneEnum stato) override {
+    if (stato == cRicezioneMultimedia) receivedData_ = true;
+    SimpleAction::OnState(ctx, stato);
   }
 
   std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
     auto failure = Action::Finish(ctx, error);
+    if (failure) return failure;
     std::error_code ec;
-    if (!failure && !fs::exists(target_, ec)) failure = "the unit sent no data for " + command().argument;
-    if (failure) {
-      fs::remove(target_, ec);
-      if (fs::exists(backup_, ec)) fs::rename(backup_, target_, ec);
-      return failure;
-    }
-    fs::remove(backup_, ec);
+    if (!receivedData_ || !fs::exists(target_, ec)) return "the unit sent no data for " + command().argument;
     ctx.console.Note(command().name + ": " + Relative(target_, ctx.dir) + " (" +
                      std::to_string(fs::file_size(target_, ec)) + " bytes)");
     return std::nullopt;
@@ -219,7 +222,7 @@ class MediaAction : public SimpleAction {
 
  private:
   fs::path target_;
-  fs::path backup_;
+  bool receivedData_ = false;
 };
 
 class AnswerAction : public SimpleAction {
@@ -238,6 +241,10 @@ class AnswerAction : public SimpleAction {
     if (!error && !completed()) return "no answer from the unit";
     return Action::Finish(ctx, error);
   }
+
+  // A unit may acknowledge the request's last element and send the answer
+  // as a transfer of its own a little later.
+  bool AwaitsMore() const override { return !completed(); }
 };
 
 class StreamImageAction : public SimpleAction {
@@ -269,6 +276,29 @@ class StreamImageAction : public SimpleAction {
 
  private:
   std::optional<std::string> saveError_;
+};
+
+// The library reports a voice message it could not write and still raises
+// the download's completion: that report is this command's failure.
+class VoiceDownloadAction : public SimpleAction {
+ public:
+  explicit VoiceDownloadAction(const Command& command)
+      : SimpleAction(
+            command, [](clsClient& c, const Command&) { c.DownLoadMessaggiWave(); }, cRicezioneWaveOK,
+            Bar::Download) {}
+
+  void OnDebug(const std::string& line) override {
+    if (line.starts_with("SaveMessaggiWave: ") && !problem_) problem_ = line;
+  }
+
+  std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
+    auto failure = Action::Finish(ctx, error);
+    if (!failure && problem_) return "not every voice message could be written: " + *problem_;
+    return failure;
+  }
+
+ private:
+  std::optional<std::string> problem_;
 };
 
 // The voice messages are the files that the programming names. One that is
@@ -402,8 +432,7 @@ std::unique_ptr<Action> MakeAction(const Command& c) {
       return Simple(c, [](clsClient& cl, const Command&) { cl.UpLoadProgCamEvents(); }, cTrasmissioneOK,
                     Bar::Upload);
     case Op::DownloadWave:
-      return Simple(c, [](clsClient& cl, const Command&) { cl.DownLoadMessaggiWave(); }, cRicezioneWaveOK,
-                    Bar::Download);
+      return std::make_unique<VoiceDownloadAction>(c);
     case Op::UploadWave:
       return std::make_unique<VoiceUploadAction>(c);
     case Op::UploadFirmware:

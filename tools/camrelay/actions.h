@@ -43,6 +43,11 @@ class Action {
   virtual std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error);
   // How far the transfer is, 0..1, for the progress bar; nullopt for none.
   virtual std::optional<double> Progress(Context& ctx) const;
+  // The link is idle, yet the unit may still send what the command waits
+  // for (an answer that follows the request's last acknowledgement).
+  virtual bool AwaitsMore() const { return false; }
+  // A diagnostic line of the library while this command runs.
+  virtual void OnDebug(const std::string&) {}
 
  protected:
   // The state that says the command's exchange completed; cNoOperation when

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "cli_docs/completion.h"
 #include "files/safe_name.h"
 #include "store/DataVideo.h"
 
@@ -25,22 +26,31 @@ constexpr const char* kDescription =
     "written back to it.";
 
 constexpr const char* kFooter =
-    "Exit status: 0 when every command succeeded; 1 when the unit refused one or it\n"
-    "failed (the reason on standard error); 2 for bad usage or bad input, before\n"
-    "anything is sent.\n"
+    "Files:\n"
+    "  ${XDG_CONFIG_HOME:-~/.config}/CamRelay/settings.ini\n"
+    "                              The settings file: the link used last ([AppSetting] RemoteHost, RemotePort,\n"
+    "                              LocalPort), read for the link options left out and written back\n"
+    "  DIR/VideoSentrova.db        The database (DIR is the working folder, --dir)\n"
+    "  DIR/Audio/                  Voice messages\n"
+    "  DIR/Snapshot/               Snapshots, preview and stream images\n"
+    "  DIR/VideoAvi/               Clips\n"
+    "\n"
+    "Environment:\n"
+    "  CAMRELAY_CODE               The access code when --code is not given; it keeps the code off the command\n"
+    "                              line\n"
+    "  XDG_CONFIG_HOME             The folder that holds CamRelay/settings.ini (default: ~/.config)\n"
+    "\n"
+    "Exit status:\n"
+    "  0                           Every command succeeded\n"
+    "  1                           The unit refused a command or it failed (the reason on standard error)\n"
+    "  2                           Bad usage or bad input, reported before anything is sent\n"
+    "\n"
     "Examples:\n"
-    "  camrelay --host 10.0.0.7 --code 123456 login download-prog download-log\n"
-    "  camrelay --tcp download-media 20240101-120000.jpg\n"
-    "  camrelay db export-log > log.csv\n"
-    "Run 'camrelay COMMAND --help' for the details of a command.";
-
-struct CommandInfo {
-  Op op;
-  const char* name;
-  const char* argument;  // the positional's name, nullptr for none
-  const char* help;
-  const char* argumentHelp = "";
-};
+    "  $ camrelay --host 10.0.0.7 --code 123456 login download-prog download-log\n"
+    "  $ camrelay --tcp download-media 20240101-120000.jpg\n"
+    "  $ camrelay db export-log > log.csv\n"
+    "\n"
+    "Run 'camrelay COMMAND --help' for the details of a command, 'camrelay --help-all' for all of them.";
 
 constexpr CommandInfo kCommands[] = {
     {Op::Login, "login", nullptr, "Log in to the unit with the access code and report whether it was accepted."},
@@ -119,10 +129,12 @@ void AddLinkOptions(CLI::App& app, Collected& c) {
       ->envname("CAMRELAY_CODE");
   app.add_option("--dir", c.dir,
                  "Working folder: the database and the Audio/, Snapshot/, VideoAvi/ folders (default: the "
-                 "current folder)");
+                 "current folder)")
+      ->type_name("DIR");
   app.add_option("--db", c.database,
                  "The database: a file or a connection string \"Provider=SQLite;Data Source=FILE\" (default: "
-                 "VideoSentrova.db in the working folder)");
+                 "VideoSentrova.db in the working folder)")
+      ->type_name("FILE");
   app.add_option("--timeout-long", link.timeoutLong,
                  "Reply time-out in ms for data transfers (default: 60000 on TCP, 1000 on UDP)")
       ->check(CLI::Range(1, 3600000));
@@ -150,16 +162,35 @@ void AddCommand(CLI::App& app, const CommandInfo& info, Collected& c) {
   sub->immediate_callback();
   auto argument = std::make_shared<std::string>();
   auto images = std::make_shared<int>(kDefaultPreviewImages);
+  auto allowEmpty = std::make_shared<bool>(false);
   if (info.argument) sub->add_option(info.argument, *argument, info.argumentHelp)->required();
   if (info.op == Op::Preview)
     sub->add_option("--images", *images, "How many images to save before stopping")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
-  sub->callback([&c, info, argument, images] {
-    c.invocation.commands.push_back(Command{info.op, info.name, *argument, *images});
+  if (info.op == Op::UploadProg || info.op == Op::UploadProgCamEvents)
+    sub->add_flag("--allow-empty", *allowEmpty,
+                  "Send the tables even when they are all empty (that erases the unit's own)");
+  sub->callback([&c, info, argument, images, allowEmpty] {
+    c.invocation.commands.push_back(Command{info.op, info.name, *argument, *images, 0, *allowEmpty});
     argument->clear();
     *images = kDefaultPreviewImages;
+    *allowEmpty = false;
   });
+}
+
+void AddWebConsoleCommand(CLI::App& app, Collected& c) {
+  CLI::App* sub = app.add_subcommand(
+      "console", "Hold one link to the unit and serve a live page for it on this machine: the diagnostic "
+                 "panel, every command a click away, the preview, the database. The page's address, with "
+                 "its access token, is printed on standard output; the program runs until interrupted.");
+  auto options = std::make_shared<WebConsoleOptions>();
+  sub->add_option("--listen", options->listen, "Serve the page on ADDR:PORT (default: 127.0.0.1, a free port)");
+  sub->add_flag("--allow-remote", options->allowRemote,
+                "Allow a --listen address other than loopback (anyone who learns the address and token can "
+                "drive the unit)");
+  sub->add_flag("--open", options->open, "Open the page in the default browser");
+  sub->callback([&c, options] { c.invocation.webConsole = *options; });
 }
 
 void AddDbCommands(CLI::App& app, Collected& c) {
@@ -176,8 +207,39 @@ void AddDbCommands(CLI::App& app, Collected& c) {
   auto* exportLog = db->add_subcommand(
       "export-log", "Write the event log (Registro_eventi) as CSV, oldest event first, as db dump does");
   auto output = std::make_shared<std::string>();
-  exportLog->add_option("-o,--output", *output, "Write to this file instead of standard output");
+  exportLog->add_option("-o,--output", *output, "Write to this file instead of standard output")->type_name("FILE");
   exportLog->callback([&c, output] { c.invocation.db = DbCommand{DbOp::ExportLog, "", *output}; });
+}
+
+void AddFleetCommand(CLI::App& app, Collected& c) {
+  CLI::App* fleet = app.add_subcommand(
+      "fleet",
+      "Run the commands that follow against every unit of a fleet file, many links at once on one loop: "
+      "camrelay fleet UNITS.csv [OPTIONS] COMMAND.... The file is CSV with the header "
+      "name,host,port,transport,code,dir (transport udp or tcp; code the access code or env:VAR; dir the "
+      "unit's working folder, relative to the file's folder, created when missing). One line per unit as it "
+      "ends, then a summary; exit status 0 when every unit succeeded, 1 when any failed. The settings file is "
+      "neither read nor written; --timeout-long, --timeout-short, --retries and -v apply to every unit.");
+  fleet->fallthrough();
+  auto options = std::make_shared<FleetOptions>();
+  fleet->add_option("UNITS.csv", options->file, "The fleet file")->required()->check(CLI::ExistingFile);
+  fleet->add_option("--parallel", options->parallel, "Links in flight at once")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 100000));
+  fleet->add_flag("--json", options->json,
+                  "Print one JSON object a line: {\"unit\",\"ok\",\"seconds\",\"errors\",\"notes\"} per unit "
+                  "as it ends, then {\"summary\":{\"units\",\"succeeded\",\"failed\",\"seconds\"}}");
+  fleet->add_option("--claim", options->claim,
+                    "Share the fleet with other machines running the same command: units are claimed from a work "
+                    "list named ROUND in the PostgreSQL server of --db, each served by one machine only; a new "
+                    "ROUND serves every unit again")
+      ->option_text("ROUND");
+  fleet->add_option("--lease", options->lease,
+                    "With --claim: seconds a claimed unit stays this machine's; renewed while it runs, so a "
+                    "machine that dies leaves its units to the others once its leases end")
+      ->capture_default_str()
+      ->check(CLI::Range(3, 86400));
+  fleet->callback([&c, options] { c.invocation.fleet = *options; });
 }
 
 int ParseCamera(const std::string& text, const std::string& what) {
@@ -188,13 +250,6 @@ int ParseCamera(const std::string& text, const std::string& what) {
   return camera;
 }
 
-void CheckCode(const std::string& code, const std::string& what) {
-  if (code.empty() || code.size() > kMaxCodeLength)
-    throw UsageError(what + ": an access code has 1 to " + std::to_string(kMaxCodeLength) + " characters");
-  if (code.find(kSeparator) != std::string::npos)
-    throw UsageError(what + ": an access code cannot contain \"{}\"");
-}
-
 std::string CheckedFirmware(const std::string& file) {
   std::error_code ec;
   const fs::path path = fs::absolute(file, ec);
@@ -202,6 +257,8 @@ std::string CheckedFirmware(const std::string& file) {
   if (fs::file_size(path, ec) == 0) throw UsageError("upload-firmware: the file is empty: " + file);
   return path.string();
 }
+
+}  // namespace
 
 void CheckCommand(Command& command) {
   const std::string& what = command.name;
@@ -240,6 +297,8 @@ void CheckCommand(Command& command) {
   }
 }
 
+namespace {
+
 // The download that fills the tables an upload sends, if the upload sends
 // from the database.
 std::optional<Op> SourceOf(Op op) {
@@ -254,43 +313,104 @@ std::optional<Op> SourceOf(Op op) {
   }
 }
 
+// The tables an upload sends from the database.
+std::vector<std::string_view> SentTables(Op op) {
+  if (op == Op::UploadProgCamEvents) return {"ProgCamEvents", "Festivita"};
+  std::vector<std::string_view> tables;
+  for (const auto& programming : store::kProgrammingTables) tables.push_back(programming.Table);
+  return tables;
+}
+
+// An upload of tables that are all empty erases the unit's programming: it
+// is sent only when asked for in so many words.
+void CheckNotEmpty(const Command& command, const std::string& connection) {
+  if (command.allowEmpty) return;
+  store::DataVideo db;
+  db.SetConnectionString(connection);
+  try {
+    db.EnsureOpen(nullptr, "camrelay");
+    for (std::string_view table : SentTables(command.op))
+      if (db.OpenRecordset(table).RecordCount() > 0) return;
+  } catch (const std::exception& e) {
+    throw UsageError(command.name + ": cannot read the database: " + e.what());
+  }
+  throw UsageError(command.name + ": the tables to send are all empty, which would erase the unit's own; give "
+                   "--allow-empty to send them all the same");
+}
+}  // namespace
+
+void CheckSource(const Command& command, const std::string& connection, bool haveDatabase,
+                 const std::vector<Op>& done) {
+  const auto source = SourceOf(command.op);
+  const bool filledEarlier = source && std::find(done.begin(), done.end(), *source) != done.end();
+  // Sending from a database that is not there would send empty tables and
+  // wipe the unit's own, unless an earlier command fills them.
+  if (source && !haveDatabase && !filledEarlier)
+    throw UsageError(command.name + ": there is no database at " + DatabaseFile(connection) +
+                     " (download from the unit first, or run 'camrelay db init')");
+  const bool sendsTables = command.op == Op::UploadProg || command.op == Op::UploadProgCamEvents;
+  if (sendsTables && !filledEarlier) CheckNotEmpty(command, connection);
+}
+
+namespace {
+
 void CheckLinkInvocation(Invocation& inv) {
   CheckCode(inv.link.code, "--code (or CAMRELAY_CODE)");
   std::error_code ec;
   if (!fs::is_directory(inv.link.dir, ec)) throw UsageError("--dir: no such folder: " + inv.link.dir);
-  const std::string file = DatabaseFile(inv.link.database);
-  const bool haveDatabase = fs::exists(file, ec);
-  std::vector<Op> done;
-  for (Command& command : inv.commands) {
-    CheckCommand(command);
-    // Sending from a database that is not there would send empty tables and
-    // wipe the unit's own, unless an earlier command fills them.
-    const auto source = SourceOf(command.op);
-    if (source && !haveDatabase && std::find(done.begin(), done.end(), *source) == done.end())
-      throw UsageError(command.name + ": there is no database at " + file +
-                       " (download from the unit first, or run 'camrelay db init')");
-    done.push_back(command.op);
-  }
+  for (Command& command : inv.commands) CheckCommand(command);
+  CheckUploadSources(inv.commands, inv.link.database);
 }
 
-std::string DefaultConnection(const std::string& dir) {
-  const std::string file = (fs::path(dir) / "VideoSentrova.db").string();
-  const bool needsQuotes = file.find(';') != std::string::npos;
-  return "Provider=SQLite;Data Source=" + (needsQuotes ? "\"" + file + "\"" : file);
+// The options that a fleet file gives per unit.
+constexpr const char* kPerUnitOptions[] = {"--host", "--port", "--local-port", "--tcp", "--udp", "--dir", "--db"};
+
+// A server --db holds the whole fleet, a schema per unit named after it.
+void CheckFleetInvocation(CLI::App& app, Invocation& inv) {
+  const bool server = app.count("--db") > 0 && DatabaseFile(inv.link.database).empty();
+  for (const char* option : kPerUnitOptions)
+    if (app.count(option) > 0 && !(server && std::string_view(option) == "--db"))
+      throw UsageError(std::string("fleet: ") + option + " is given per unit in the fleet file" +
+                       (std::string_view(option) == "--db" ? " (or names a PostgreSQL server for all)" : ""));
+  if (!inv.fleet->claim.empty() && !server)
+    throw UsageError("fleet: --claim needs --db naming the PostgreSQL server that shares the work");
+  for (Command& command : inv.commands) CheckCommand(command);
 }
 
-void ResolveAndCheck(Collected& c) {
+void ResolveAndCheck(CLI::App& app, Collected& c) {
   Invocation& inv = c.invocation;
   std::error_code ec;
   inv.link.dir = fs::absolute(c.dir.empty() ? fs::current_path(ec) : fs::path(c.dir), ec).lexically_normal().string();
   inv.link.database = c.database.empty() ? DefaultConnection(inv.link.dir) : c.database;
   if (inv.db && !inv.commands.empty()) throw UsageError("db commands run alone, without link commands");
-  if (!inv.db && inv.commands.empty()) throw UsageError("no command given (see camrelay --help)");
+  if (inv.webConsole && (inv.db || !inv.commands.empty()))
+    throw UsageError("console runs alone: its page offers the commands");
+  if (!inv.db && !inv.webConsole && inv.commands.empty()) throw UsageError("no command given (see camrelay --help)");
+  if (inv.db && inv.fleet) throw UsageError("db commands run alone, not in a fleet");
   if (inv.db) {
     DatabaseFile(inv.link.database);
     return;
   }
+  if (inv.fleet) return CheckFleetInvocation(app, inv);
   CheckLinkInvocation(inv);
+}
+
+// What a bare "camrelay" prints: enough to get going, and where to read on.
+std::string ShortUsage(const CLI::App& app) {
+  std::string names;
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+    names += (names.empty() ? "" : ", ") + command->get_name();
+  return "Usage: camrelay [OPTIONS] COMMAND [ARGS] [COMMAND [ARGS]]...\n"
+         "Commands: " + names + "\n"
+         "Run 'camrelay --help' for the options and what each command does.";
+}
+
+// CLI11 heads the list "Subcommands": here they are commands.
+void GroupAsCommands(CLI::App& app) {
+  for (CLI::App* command : app.get_subcommands([](CLI::App*) { return true; })) {
+    command->group("Commands");
+    GroupAsCommands(*command);
+  }
 }
 
 // CLI11 checks that a command was given before it looks at the words it
@@ -300,16 +420,45 @@ std::string MissingWhat(CLI::App& app, const CLI::RequiredError& error) {
   if (app.got_subcommand("db")) return "db: give one of init, dump TABLE, export-log";
   const std::vector<std::string> left = app.remaining();
   if (!left.empty()) return "unknown command '" + left.front() + "' (see camrelay --help)";
-  return "no command given (see camrelay --help)";
+  return "no command given\n" + ShortUsage(app);
 }
 
 }  // namespace
 
+std::span<const CommandInfo> Commands() { return kCommands; }
+
 std::string DatabaseFile(const std::string& connection) {
   try {
-    return store::DatabasePath(connection).string();
+    const store::DatabaseLocation location = store::ParseConnection(connection);
+    const auto* file = std::get_if<fs::path>(&location);
+    return file ? file->string() : "";
   } catch (const std::exception& e) {
     throw UsageError(std::string("--db: ") + e.what());
+  }
+}
+
+std::string DefaultConnection(const std::string& dir) {
+  const std::string file = (fs::path(dir) / "VideoSentrova.db").string();
+  const bool needsQuotes = file.find(';') != std::string::npos;
+  return "Provider=SQLite;Data Source=" + (needsQuotes ? "\"" + file + "\"" : file);
+}
+
+void CheckCode(const std::string& code, const std::string& what) {
+  if (code.empty() || code.size() > kMaxCodeLength)
+    throw UsageError(what + ": an access code has 1 to " + std::to_string(kMaxCodeLength) + " characters");
+  if (code.find(kSeparator) != std::string::npos)
+    throw UsageError(what + ": an access code cannot contain \"{}\"");
+}
+
+void CheckUploadSources(const std::vector<Command>& commands, const std::string& connection) {
+  std::error_code ec;
+  const std::string file = DatabaseFile(connection);
+  // A server schema is checked by opening it, in CheckNotEmpty.
+  const bool haveDatabase = file.empty() || fs::exists(file, ec);
+  std::vector<Op> done;
+  for (const Command& command : commands) {
+    CheckSource(command, connection, haveDatabase, done);
+    done.push_back(command.op);
   }
 }
 
@@ -318,15 +467,21 @@ Invocation Parse(int argc, char** argv) {
   CLI::App app(kDescription, "camrelay");
   app.get_formatter()->label("SUBCOMMAND", "COMMAND [ARGS]...");
   app.get_formatter()->label("SUBCOMMANDS", "COMMANDS");
-  app.get_formatter()->label("Subcommands", "Commands");
   app.get_formatter()->label("Positionals", "Arguments");
   app.require_subcommand(1, 0);
   AddLinkOptions(app, c);
   AddOutputOptions(app, c.invocation.output);
   for (const CommandInfo& info : kCommands) AddCommand(app, info, c);
   AddDbCommands(app, c);
+  AddFleetCommand(app, c);
+  AddWebConsoleCommand(app, c);
   // Set last, so that the commands' own help does not repeat it.
   app.footer(kFooter);
+  // Once every command is defined: they all show under one heading.
+  GroupAsCommands(app);
+  app.set_help_all_flag("--help-all", "Print the help of every command and exit");
+  app.set_version_flag("--version", "camrelay " CAMRELAY_VERSION);
+  cli_docs::AddCompletionOption(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
@@ -335,12 +490,15 @@ Invocation Parse(int argc, char** argv) {
   } catch (const CLI::CallForAllHelp&) {
     c.invocation.help = app.help("", CLI::AppFormatMode::All);
     return c.invocation;
+  } catch (const CLI::CallForVersion& e) {
+    c.invocation.help = std::string(e.what()) + "\n";
+    return c.invocation;
   } catch (const CLI::RequiredError& e) {
     throw UsageError(MissingWhat(app, e));
   } catch (const CLI::ParseError& e) {
     throw UsageError(e.what());
   }
-  ResolveAndCheck(c);
+  ResolveAndCheck(app, c);
   return c.invocation;
 }
 

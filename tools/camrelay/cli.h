@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -26,6 +27,7 @@ struct LinkOptions {
   int timeoutLong = 0;    // 0 = the transport's own
   int timeoutShort = 0;
   int retries = 0;
+  bool settingsFile = true;  // false: the settings file is neither read nor written
 };
 
 struct OutputOptions {
@@ -61,6 +63,7 @@ struct Command {
   std::string argument;  // file, name, text, camera(s) or code; "" when none
   int images = 0;        // preview: how many images to save
   int cameras = 0;       // stream-image: the camera; preview: the cameras' mask
+  bool allowEmpty = false;  // upload-prog, upload-prog-cam-events: send tables that are all empty
 };
 
 enum class DbOp { Init, Dump, ExportLog };
@@ -71,20 +74,74 @@ struct DbCommand {
   std::string output;  // export-log: a file, "" for standard output
 };
 
+// camrelay fleet UNITS.csv [OPTIONS] COMMAND...: the commands run against
+// every unit the file lists.
+struct FleetOptions {
+  std::string file;
+  int parallel = 64;  // links in flight at once
+  bool json = false;  // one JSON object a line instead of text
+  std::string claim;  // the round shared with other machines through the server; "" for none
+  int lease = 60;     // seconds a claimed unit stays this machine's without renewal
+};
+
+// camrelay console: the page's server.
+struct WebConsoleOptions {
+  std::string listen;        // ADDR:PORT; "" = 127.0.0.1 on a free port
+  bool allowRemote = false;  // a non-loopback --listen was allowed
+  bool open = false;         // open the page in the default browser
+};
+
 struct Invocation {
   LinkOptions link;
   OutputOptions output;
   std::vector<Command> commands;
+  std::optional<FleetOptions> fleet;
+  std::optional<WebConsoleOptions> webConsole;
   std::optional<DbCommand> db;
-  // Set when --help was asked for: the text is printed and nothing runs.
+  // Set when --help, --version or --completion was asked for: the text is
+  // printed and nothing runs.
   std::optional<std::string> help;
 };
+
+// One row of the command table: every face offers the same commands.
+struct CommandInfo {
+  Op op;
+  const char* name;
+  const char* argument;  // the positional's name, nullptr for none
+  const char* help;
+  const char* argumentHelp = "";
+};
+
+std::span<const CommandInfo> Commands();
+
+// Checks a command's argument as the command line does, filling in what the
+// argument means (a camera mask, an absolute file). Throws UsageError.
+void CheckCommand(Command& command);
+
+// Refuses an upload from a database file that was not there before the run
+// (haveDatabase false), or of tables that are all empty without
+// --allow-empty, unless a download in `done` has filled its tables.
+void CheckSource(const Command& command, const std::string& connection, bool haveDatabase,
+                 const std::vector<Op>& done);
 
 // Parses and checks argv. Throws UsageError.
 Invocation Parse(int argc, char** argv);
 
 // The database file a connection string names, for the checks made before
-// it is opened.
+// it is opened; "" for a schema of a server. Throws UsageError for a bad
+// connection string.
 std::string DatabaseFile(const std::string& connection);
+
+// The connection string of VideoSentrova.db in a working folder.
+std::string DefaultConnection(const std::string& dir);
+
+// Throws UsageError when an access code is empty, too long or holds "{}";
+// `what` says whose code it is.
+void CheckCode(const std::string& code, const std::string& what);
+
+// Throws UsageError when an upload would send from a database that is not
+// there, or tables that are all empty without --allow-empty (and no earlier
+// command fills them): either would wipe the unit's own.
+void CheckUploadSources(const std::vector<Command>& commands, const std::string& connection);
 
 }  // namespace camrelay::cli

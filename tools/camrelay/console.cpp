@@ -52,6 +52,12 @@ std::string Console::Scrub(std::string text) const {
   return text;
 }
 
+void Console::Capture(Captured* into, std::string label) {
+  captured_ = into;
+  label_ = std::move(label) + ": ";
+  bars_ = false;
+}
+
 void Console::PrintLine(std::FILE* stream, const std::string& line) {
   EndProgress();
   std::fputs(line.c_str(), stream);
@@ -64,15 +70,26 @@ void Console::State(int number) {
   PrintLine(stdout, "STATE " + std::to_string(number) + " " + std::string(StatoConnessioneName(number)));
 }
 
-void Console::Answer(const std::string& text) { PrintLine(stdout, Scrub(text)); }
-
-void Console::Debug(const std::string& line) {
-  if (options_.verbose) PrintLine(stderr, "debug: " + Printable(Scrub(line)));
+void Console::Answer(const std::string& text) {
+  if (captured_) return captured_->notes.push_back(Scrub(text));
+  PrintLine(stdout, Scrub(text));
+  if (onLine) onLine(Scrub(text));
 }
 
-void Console::Note(const std::string& line) { PrintLine(stderr, Scrub(line)); }
+void Console::Debug(const std::string& line) {
+  if (options_.verbose) PrintLine(stderr, "debug: " + label_ + Printable(Scrub(line)));
+}
 
-void Console::Error(const std::string& line) { PrintLine(stderr, "camrelay: " + Printable(Scrub(line))); }
+void Console::Note(const std::string& line) {
+  if (captured_) return captured_->notes.push_back(Scrub(line));
+  PrintLine(stderr, Scrub(line));
+  if (onLine) onLine(Scrub(line));
+}
+
+void Console::Error(const std::string& line) {
+  if (captured_) return captured_->errors.push_back(Printable(Scrub(line)));
+  PrintLine(stderr, "camrelay: " + Printable(Scrub(line)));
+}
 
 void Console::Progress(const std::string& label, double fraction) {
   if (!bars_) return;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -10,9 +11,20 @@
 
 namespace camrelay::cli {
 
+// What a console keeps instead of printing it (see Console::Capture).
+struct Captured {
+  std::vector<std::string> notes;   // answers and notes
+  std::vector<std::string> errors;  // without the program's prefix
+};
+
 class Console {
  public:
   explicit Console(const OutputOptions& options);
+
+  // From now on answers, notes and errors go into `into` instead of the
+  // screen, and there is no progress bar; diagnostic lines (-v) are still
+  // printed, labelled. A fleet prints each unit's outcome on a line of its own.
+  void Capture(Captured* into, std::string label);
 
   // A text never to be printed: every occurrence becomes "******".
   void AddSecret(const std::string& secret);
@@ -29,6 +41,10 @@ class Console {
   void Progress(const std::string& label, double fraction);
   void EndProgress();
 
+  // Also given every answer and note, scrubbed, for a face that shows them
+  // elsewhere (the console's page).
+  std::function<void(const std::string& line)> onLine;
+
  private:
   void PrintLine(std::FILE* stream, const std::string& line);
 
@@ -36,6 +52,8 @@ class Console {
   bool bars_;
   int shownPercent_ = -1;
   std::vector<std::string> secrets_;
+  Captured* captured_ = nullptr;
+  std::string label_;
 };
 
 }  // namespace camrelay::cli

@@ -24,6 +24,8 @@ std::string CsvField(const std::optional<std::string>& value) {
   return quoted + "\"";
 }
 
+}  // namespace
+
 // A Null is an empty field, an empty text a quoted empty field (""), so
 // that the two stay apart.
 void WriteCsv(const store::TableDump& dump, std::ostream& out) {
@@ -40,6 +42,8 @@ bool IsTable(const std::string& name) {
                      [&](const store::Command& c) { return !c.Table.empty() && c.Table == name; });
 }
 
+namespace {
+
 std::string TableList() {
   std::string list;
   for (const store::Command& c : store::kCommands)
@@ -51,17 +55,30 @@ std::string TableList() {
 store::TableDump Dump(const std::string& connection, const std::string& table) {
   const std::string file = DatabaseFile(connection);
   std::error_code ec;
-  if (!fs::is_regular_file(file, ec))
+  if (!file.empty() && !fs::is_regular_file(file, ec))
     throw UsageError("there is no database at " + file + " (run 'camrelay db init' or download from the unit)");
   if (!IsTable(table)) throw UsageError("'" + table + "' is not a table; the tables are " + TableList());
   store::DataVideo db;
   db.SetConnectionString(connection);
-  db.Open();
+  db.EnsureOpen(nullptr, "camrelay");
   return store::DumpTable(db, table);
+}
+
+// The connection string may hold a password: the schema alone is named.
+int InitServer(const std::string& connection, Console& console) {
+  const auto server = std::get<store::ServerDatabase>(store::ParseConnection(connection));
+  const std::string schema = server.schema.empty() ? "the default schema" : "schema " + server.schema;
+  if (store::InitDatabase(connection)) {
+    console.Note("db init: created the standard tables in " + schema);
+  } else {
+    console.Note("db init: " + schema + " already has its tables; left as it is");
+  }
+  return 0;
 }
 
 int Init(const Invocation& inv, Console& console) {
   const fs::path file = DatabaseFile(inv.link.database);
+  if (file.empty()) return InitServer(inv.link.database, console);
   std::error_code ec;
   if (fs::exists(file, ec)) {
     console.Note("db init: " + file.string() + " already exists; left as it is");

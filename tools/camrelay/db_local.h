@@ -2,10 +2,17 @@
 // table, export the event log.
 #pragma once
 
+#include <ostream>
+
 #include "cli.h"
 #include "console.h"
+#include "store/dump.h"
 
 namespace camrelay::cli {
+
+// Whether the name is one of the standard tables.
+bool IsTable(const std::string& name);
+void WriteCsv(const store::TableDump& dump, std::ostream& out);
 
 // Returns the exit status. Throws UsageError for bad input.
 int RunDb(const Invocation& invocation, Console& console);

@@ -7,7 +7,9 @@
 #include "cli.h"
 #include "console.h"
 #include "db_local.h"
+#include "fleet/fleet_runner.h"
 #include "session.h"
+#include "web/web_console.h"
 
 namespace {
 
@@ -41,6 +43,8 @@ int main(int argc, char** argv) {
     for (const Command& command : invocation.commands)
       if (command.op == Op::SetInstallerCode || command.op == Op::SetUserCode) console.AddSecret(command.argument);
     if (invocation.db) return RunDb(invocation, console);
+    if (invocation.fleet) return RunFleet(invocation, console);
+    if (invocation.webConsole) return camrelay::web::RunWebConsole(invocation, console);
     Session session(invocation, console);
     return session.Run();
   } catch (const UsageError& e) {

@@ -60,109 +60,142 @@ std::string OrElse(const std::string& text, const std::string& fallback) { retur
 
 }  // namespace
 
-Session::Session(const Invocation& invocation, Console& console)
-    : invocation_(invocation),
+UnitRun::UnitRun(boost::asio::io_context& io, const LinkOptions& link, const std::vector<Command>& commands,
+                 Console& console, Done done)
+    : io_(io),
+      link_(link),
+      commands_(commands),
       console_(console),
-      client_(io_),
-      context_{client_, console_, invocation.link.dir},
-      poll_(io_),
-      signals_(io_, SIGINT, SIGTERM),
-      code_(invocation.link.code) {
-  const Timing timing = Effective(invocation.link);
+      done_(std::move(done)),
+      client_(io),
+      context_{client_, console_, link.dir},
+      poll_(io),
+      code_(link.code) {
+  const Timing timing = Effective(link);
   const milliseconds longest{std::max(timing.timeoutLong, timing.timeoutShort)};
   stallLimit_ = std::max(kBusyWait, longest * timing.retries);
   progressLimit_ = longest * (std::max(timing.retries, kMediaAttempts) + 2) + kBusyWait;
-}
-
-Session::~Session() = default;
-
-int Session::Run() {
+  answerWait_ = milliseconds{timing.timeoutShort} * timing.retries;
+  client_.UsaFileImpostazioni(link.settingsFile);
   client_.OnDebug = [this](const std::string& line) {
     lastDebug_ = line;
     console_.Debug(line);
+    if (current_) current_->OnDebug(line);
   };
   client_.CambioStatoConnessione = [this](StatoConnessioneEnum stato) { OnState(stato); };
-  signals_.async_wait([this](const boost::system::error_code& ec, int) {
-    if (!ec) OnSignal();
+}
+
+UnitRun::~UnitRun() {
+  *alive_ = false;
+  client_.OnDebug = nullptr;
+  client_.CambioStatoConnessione = nullptr;
+}
+
+void UnitRun::Later(void (UnitRun::*step)()) {
+  boost::asio::post(io_, [this, step, alive = std::weak_ptr<bool>(alive_)] {
+    if (auto live = alive.lock(); live && *live) (this->*step)();
   });
-  if (!Open()) return 1;
-  boost::asio::post(io_, [this] { StartNext(); });
-  SchedulePoll();
-  io_.run();
-
-  console_.EndProgress();
-  // Let the link go while the loop can still run what its end posts.
-  poll_.cancel();
-  signals_.cancel();
-  client_.Disconnetti();
-  io_.restart();
-  io_.poll();
-  return failures_ > 0 ? 1 : 0;
 }
 
-bool Session::Open() {
-  const LinkOptions& link = invocation_.link;
-  lastDebug_.clear();
-  client_.ImpostaTempiRisposta(link.timeoutLong, link.timeoutShort, link.retries);
-  client_.Connetti(link.host, link.port, link.localPort, false, link.tcp ? sckTCPProtocol : sckUDPProtocol,
-                   link.dir);
-  if (!client_.Form() || client_.Protocol() == sckProtocolError) {
-    console_.Error("cannot set up the link: " + OrElse(lastDebug_, "no usable transport"));
-    return false;
-  }
-  client_.StringaConnDB(link.database);
-  client_.ApriDB();
-  if (client_.Database().StatoDB != cDbAperto) {
-    console_.Error("cannot open the database: " + OrElse(lastDebug_, link.database));
-    return false;
-  }
-  client_.StringaCodiceAccesso(code_);
-  return true;
-}
-
-void Session::OnState(StatoConnessioneEnum stato) {
-  console_.State(stato);
-  if (!current_) return;
-  if (stato == cConnessioneRifiutata && !error_) {
-    error_ = OrElse(client_.StringaErroreConnessione(), "the unit refused the request");
-  } else if (stato == cErroreConnessione && !error_ && client_.StringaErroreConnessione() == kGiveUp) {
-    // Any other link error (a reset, an abort) makes the library rebuild the
-    // link and serve the request again: the watchdogs judge whether it does.
-    error_ = kGiveUp;
-  }
-  if (IsMilestone(stato)) ++events_;
-  current_->OnState(context_, stato);
-  boost::asio::post(io_, [this] { CheckIdle(); });
-}
-
-void Session::StartNext() {
-  if (finished_ || current_) return;
-  if (next_ >= invocation_.commands.size() || (!client_.Form() && !Open())) {
-    if (next_ < invocation_.commands.size()) ++failures_;
-    finished_ = true;
-    io_.stop();
+void UnitRun::Start() {
+  if (!Open()) {
+    ++failures_;
+    Finish();
     return;
   }
-  current_ = MakeAction(invocation_.commands[next_++]);
+  Later(&UnitRun::StartNext);
+  SchedulePoll();
+}
+
+// The link goes at once; what its end posts runs from the loop, and the
+// owner hears of the end from a turn of its own.
+void UnitRun::Finish() {
+  finished_ = true;
+  console_.EndProgress();
+  poll_.cancel();
+  client_.Disconnetti();
+  Later(&UnitRun::Report);
+}
+
+void UnitRun::Report() {
+  if (done_) std::exchange(done_, nullptr)(failures_);
+}
+
+std::optional<std::string> OpenLink(clsClient& client, const LinkOptions& link, const std::string& code,
+                                    const std::string& lastDebug) {
+  client.ImpostaTempiRisposta(link.timeoutLong, link.timeoutShort, link.retries);
+  client.Connetti(link.host, link.port, link.localPort, false, link.tcp ? sckTCPProtocol : sckUDPProtocol,
+                  link.dir);
+  if (!client.Form() || client.Protocol() == sckProtocolError)
+    return "cannot set up the link: " + OrElse(lastDebug, "no usable transport");
+  client.StringaConnDB(link.database);
+  client.ApriDB();
+  if (client.Database().StatoDB != cDbAperto) return "cannot open the database: " + OrElse(lastDebug, link.database);
+  client.StringaCodiceAccesso(code);
+  return std::nullopt;
+}
+
+std::optional<std::string> LinkFailure(clsClient& client, StatoConnessioneEnum stato) {
+  if (stato == cConnessioneRifiutata) return OrElse(client.StringaErroreConnessione(), "the unit refused the request");
+  // Any other link error (a reset, an abort) makes the library rebuild the
+  // link and serve the request again: the watchdogs judge whether it does.
+  if (stato == cErroreConnessione && client.StringaErroreConnessione() == kGiveUp) return kGiveUp;
+  return std::nullopt;
+}
+
+bool UnitRun::Open() {
+  lastDebug_.clear();
+  const auto failure = OpenLink(client_, link_, code_, lastDebug_);
+  if (failure) console_.Error(*failure);
+  return !failure;
+}
+
+void UnitRun::OnState(StatoConnessioneEnum stato) {
+  console_.State(stato);
+  if (!current_) return;
+  if (!error_) error_ = LinkFailure(client_, stato);
+  if (IsMilestone(stato)) ++events_;
+  current_->OnState(context_, stato);
+  Later(&UnitRun::CheckIdle);
+}
+
+void UnitRun::StartNext() {
+  if (finished_ || current_) return;
+  if (next_ >= commands_.size() || (!client_.Form() && !Open())) {
+    if (next_ < commands_.size()) ++failures_;
+    Finish();
+    return;
+  }
+  current_ = MakeAction(commands_[next_++]);
   error_.reset();
   bestMark_ = 0;
   events_ = 0;
   lastProgress_ = Clock::now();
   stalledSince_.reset();
+  idleSince_.reset();
   current_->Start(context_);
-  boost::asio::post(io_, [this] { CheckIdle(); });
+  Later(&UnitRun::CheckIdle);
 }
 
-void Session::CheckIdle() {
+void UnitRun::CheckIdle() {
   if (!current_ || finished_) return;
   if (!client_.Form()) {
     EndCommand(error_.value_or("the link was lost: " + OrElse(lastDebug_, "it could not be rebuilt")));
     return;
   }
-  if (client_.RichiesteInCoda() == 0 && client_.StatoCorrente() == cNoOperation) EndCommand(error_);
+  if (client_.RichiesteInCoda() != 0 || client_.StatoCorrente() != cNoOperation) {
+    idleSince_.reset();
+    return;
+  }
+  if (!error_ && current_->AwaitsMore()) {
+    const auto now = Clock::now();
+    if (!idleSince_) idleSince_ = now;
+    if (now - *idleSince_ < answerWait_) return;
+  }
+  EndCommand(error_);
 }
 
-void Session::EndCommand(const std::optional<std::string>& error) {
+void UnitRun::EndCommand(const std::optional<std::string>& error) {
   const auto failure = current_->Finish(context_, error);
   console_.EndProgress();
   if (failure) {
@@ -170,19 +203,22 @@ void Session::EndCommand(const std::optional<std::string>& error) {
     ++failures_;
   }
   current_.reset();
-  boost::asio::post(io_, [this] { StartNext(); });
+  Later(&UnitRun::StartNext);
 }
 
-void Session::SchedulePoll() {
+void UnitRun::SchedulePoll() {
   poll_.expires_after(kPollInterval);
-  poll_.async_wait([this](const boost::system::error_code& ec) {
-    if (ec) return;
+  // A tick already due when the run ended is still delivered, without an
+  // error, after its owner may have let the run go.
+  poll_.async_wait([this, alive = std::weak_ptr<bool>(alive_)](const boost::system::error_code& ec) {
+    const auto live = alive.lock();
+    if (ec || !live || !*live || finished_) return;
     Poll();
     SchedulePoll();
   });
 }
 
-void Session::Poll() {
+void UnitRun::Poll() {
   // Some exchanges end without a state change (a command string sent): the
   // poll notices those.
   CheckIdle();
@@ -196,7 +232,7 @@ void Session::Poll() {
 
 // Something must move within the longest wait the link itself could have:
 // all its attempts, and a busy reply on top.
-void Session::WatchProgress(Clock::time_point now) {
+void UnitRun::WatchProgress(Clock::time_point now) {
   long long mark = events_;
   if (const link::frmClient* form = client_.Form()) {
     mark += form->nPacchetti + form->StringaInviata + form->ProgressoMultimedia;
@@ -213,7 +249,7 @@ void Session::WatchProgress(Clock::time_point now) {
 // A request waiting with the reply timer off is waiting for nothing the link
 // will do by itself: a connection that was refused, or a unit that went
 // quiet after saying it was busy.
-void Session::WatchStall(Clock::time_point now) {
+void UnitRun::WatchStall(Clock::time_point now) {
   const link::frmClient* form = client_.Form();
   const bool waiting = client_.RichiesteInCoda() > 0 || client_.StatoCorrente() != cNoOperation;
   if (!form || !waiting || form->tmrTimeOut->enabled()) {
@@ -222,7 +258,7 @@ void Session::WatchStall(Clock::time_point now) {
   }
   if (!stalledSince_) stalledSince_ = now;
   const int socket = form->Winsock1->state();
-  const bool linkDown = invocation_.link.tcp && socket != link::sckConnecting && socket != link::sckConnected;
+  const bool linkDown = link_.tcp && socket != link::sckConnecting && socket != link::sckConnected;
   if (now - *stalledSince_ < (linkDown ? kLinkDownGrace : stallLimit_)) return;
   if (linkDown)
     Abandon(OrElse(form->StringaErroreConnessione, "the connection to the unit was lost"));
@@ -230,7 +266,7 @@ void Session::WatchStall(Clock::time_point now) {
     Abandon(socket == link::sckConnecting ? "cannot connect to the unit" : "the unit stopped answering");
 }
 
-void Session::Abandon(const std::string& reason) {
+void UnitRun::Abandon(const std::string& reason) {
   if (!error_) error_ = reason;
   // The request stays queued on the link that cannot serve it: a new link
   // starts with an empty queue. The code in force may have been changed by
@@ -240,14 +276,34 @@ void Session::Abandon(const std::string& reason) {
   EndCommand(error_);
 }
 
-void Session::OnSignal() {
+void UnitRun::Interrupt() {
+  if (finished_) return;
   // Whatever the command leaves half done (a partial file) is cleaned up.
   if (current_) current_->Finish(context_, std::string("interrupted"));
   current_.reset();
   console_.Error("interrupted");
   ++failures_;
-  finished_ = true;
-  io_.stop();
+  Finish();
+}
+
+Session::Session(const Invocation& invocation, Console& console)
+    : signals_(io_, SIGINT, SIGTERM),
+      run_(io_, invocation.link, invocation.commands, console, [this](int failures) {
+        failures_ = failures;
+        io_.stop();
+      }) {}
+
+int Session::Run() {
+  signals_.async_wait([this](const boost::system::error_code& ec, int) {
+    if (!ec) run_.Interrupt();
+  });
+  run_.Start();
+  io_.run();
+  // Let the link go while the loop can still run what its end posts.
+  signals_.cancel();
+  io_.restart();
+  io_.poll();
+  return failures_ > 0 ? 1 : 0;
 }
 
 }  // namespace camrelay::cli

@@ -1,12 +1,15 @@
 // A run of link commands against one unit: the link is set up once, each
 // command is queued when the one before it has left the queue and the link
-// is idle, and watchdogs make sure that no run can hang.
+// is idle, and watchdogs make sure that no run can hang. UnitRun is that run
+// on a loop its owner runs, so that many units share one loop; Session is the
+// single unit of the command line, on a loop of its own.
 #pragma once
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,15 +21,34 @@
 
 namespace camrelay::cli {
 
-class Session {
- public:
-  Session(const Invocation& invocation, Console& console);
-  ~Session();
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
+// Connetti, the database and the access code; the reason when the link or
+// the database cannot be set up. lastDebug is the library's last diagnostic
+// line, kept up to date by the caller's OnDebug handler.
+std::optional<std::string> OpenLink(clsClient& client, const LinkOptions& link, const std::string& code,
+                                    const std::string& lastDebug);
 
-  // Runs every command; returns the exit status, 0 or 1.
-  int Run();
+// What a state change says of the request being served: the reason it
+// failed, or nullopt.
+std::optional<std::string> LinkFailure(clsClient& client, StatoConnessioneEnum stato);
+
+class UnitRun {
+ public:
+  // Called once, from its own turn of the loop, when the run is over: with
+  // the number of commands that failed (every failure has been reported to
+  // the console).
+  using Done = std::function<void(int failures)>;
+
+  UnitRun(boost::asio::io_context& io, const LinkOptions& link, const std::vector<Command>& commands,
+          Console& console, Done done);
+  ~UnitRun();
+  UnitRun(const UnitRun&) = delete;
+  UnitRun& operator=(const UnitRun&) = delete;
+
+  // Sets up the link and starts the first command.
+  void Start();
+  // Ends the run at once: the command in hand cleans up what it leaves half
+  // done and fails as interrupted.
+  void Interrupt();
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -45,19 +67,26 @@ class Session {
   // Drops the request the link cannot finish by building the link anew, and
   // ends the command with the reason.
   void Abandon(const std::string& reason);
-  void OnSignal();
+  // Ends the run: the link goes now, the owner hears of it from a later turn.
+  void Finish();
+  void Report();
+  // Runs work from a later turn of the loop, unless this run is gone by then.
+  void Later(void (UnitRun::*step)());
 
-  const Invocation& invocation_;
+  boost::asio::io_context& io_;
+  const LinkOptions& link_;
+  const std::vector<Command>& commands_;
   Console& console_;
-  boost::asio::io_context io_;
+  Done done_;
   clsClient client_;
   Context context_;
   boost::asio::steady_timer poll_;
-  boost::asio::signal_set signals_;
 
   // The time-outs and retry limit in force, for the watchdogs.
   std::chrono::milliseconds stallLimit_;
   std::chrono::milliseconds progressLimit_;
+  // How long an answer may follow the link going idle: every attempt's wait.
+  std::chrono::milliseconds answerWait_;
 
   std::size_t next_ = 0;
   std::unique_ptr<Action> current_;
@@ -72,6 +101,23 @@ class Session {
   long long events_ = 0;
   Clock::time_point lastProgress_;
   std::optional<Clock::time_point> stalledSince_;
+  std::optional<Clock::time_point> idleSince_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+// The command line's run: one unit on a loop of its own, ended by SIGINT or
+// SIGTERM as well.
+class Session {
+ public:
+  Session(const Invocation& invocation, Console& console);
+  // Runs every command; returns the exit status, 0 or 1.
+  int Run();
+
+ private:
+  boost::asio::io_context io_;
+  boost::asio::signal_set signals_;
+  int failures_ = 0;
+  UnitRun run_;
 };
 
 }  // namespace camrelay::cli
