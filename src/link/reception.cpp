@@ -151,7 +151,8 @@ void CollectIndexed(frmClient& form, const std::string& message) {
   auto packet = ParseIndexed(message);
   const int last = form.UboundStringaPar();
   if (!packet) return ReportDropped(form, "not \"{}index{}length\" CR LF and a body of that length", message);
-  if (packet->index < 0 || packet->index > last)
+  // An idle link, or a transfer ended for holding too much, has no slots.
+  if (packet->index < 0 || packet->index >= static_cast<long long>(form.StringaPar.size()))
     return ReportDropped(form, "index " + std::to_string(packet->index) + " outside 0.." + std::to_string(last),
                          message);
   if (!Hold(form, static_cast<std::size_t>(packet->index), std::move(packet->body))) return;

@@ -58,6 +58,15 @@ TEST(HostilePeer, ADownloadIsEndedWhenItWouldHoldMoreThanItsBound) {
   EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
 }
 
+// A data packet with no transfer to go into, on a link that never started
+// one, is dropped.
+TEST(HostilePeer, ADataPacketOnAnIdleLinkIsDropped) {
+  LinkFixture f(sckUDPProtocol);
+  f.unitSends(Packet(0, "x"));
+  EXPECT_EQ(DebugLines(f, "index 0 outside"), 1);
+  EXPECT_TRUE(f.form().StringaPar.empty());
+}
+
 // A datagram from another port, even on the unit's own machine, is neither
 // acknowledged nor stored; the drops are counted and reported now and then,
 // and the unit's own packets still complete the transfer.
