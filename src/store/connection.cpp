@@ -1,10 +1,10 @@
 #include "store/connection.h"
 
-#include <libpq-fe.h>
-
 #include <cctype>
 #include <stdexcept>
 #include <vector>
+
+#include "store/postgres_backend.h"
 
 namespace camrelay::store {
 namespace fs = std::filesystem;
@@ -100,14 +100,6 @@ std::string LibpqValue(std::string_view value) {
     quoted += c;
   }
   return quoted + "'";
-}
-
-bool IsLibpqKeyword(const std::string& key) {
-  PQconninfoOption* options = PQconndefaults();
-  bool found = false;
-  for (PQconninfoOption* o = options; o && o->keyword; ++o) found = found || key == o->keyword;
-  PQconninfoFree(options);
-  return found;
 }
 
 // The names a desktop connection string gives the server's keys.

@@ -339,6 +339,14 @@ bool CreateIfMissing(Session& session, const ServerDatabase& server) {
 
 }  // namespace
 
+bool IsLibpqKeyword(const std::string& key) {
+  PQconninfoOption* options = PQconndefaults();
+  bool found = false;
+  for (PQconninfoOption* o = options; o && o->keyword; ++o) found = found || key == o->keyword;
+  PQconninfoFree(options);
+  return found;
+}
+
 std::unique_ptr<Backend> OpenPostgres(const ServerDatabase& server, bool create) {
   std::shared_ptr<Session> session = Connect(server);
   if (create) {

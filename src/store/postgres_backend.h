@@ -4,11 +4,15 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "store/backend.h"
 #include "store/connection.h"
 
 namespace camrelay::store {
+
+// Whether libpq knows key as a connection keyword (host, dbname, sslmode...).
+bool IsLibpqKeyword(const std::string& key);
 
 // Connects and makes the schema the one the tables are read from. A schema
 // without tables gets the standard ones when create is set (the schema
