@@ -33,8 +33,6 @@ std::string Bytes(const fs::path& file) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-std::wstring Quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
-
 // The server, created by its ProgID as CreateObject does, with a sink.
 struct Created {
   IDispatch* object = nullptr;

@@ -122,7 +122,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
 
 HttpServer::HttpServer(boost::asio::io_context& io, std::string token, LiveLink& link,
                        std::filesystem::path uploadDir)
-    : io_(io), token_(std::move(token)), link_(link), uploadDir_(std::move(uploadDir)), acceptor_(io) {}
+    : token_(std::move(token)), link_(link), uploadDir_(std::move(uploadDir)), acceptor_(io) {}
 
 HttpServer::~HttpServer() = default;
 

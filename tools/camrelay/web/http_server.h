@@ -41,7 +41,6 @@ class HttpServer {
  private:
   void Accept();
 
-  boost::asio::io_context& io_;
   std::string token_;
   LiveLink& link_;
   std::filesystem::path uploadDir_;
