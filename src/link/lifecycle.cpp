@@ -7,7 +7,9 @@
 #include <filesystem>
 
 #include "link/frmClient.h"
+#include "link/codes.h"
 #include "link/guard.h"
+#include "link/reception.h"
 
 namespace camrelay::link {
 
@@ -56,6 +58,9 @@ void frmClient::Form_Load() {
 
 void frmClient::Form_Unload() {
   IgnoringErrors([&] {
+    // A media file cut short by the host is never finished: its partial
+    // copy goes with the link.
+    if (Stato == StatoForTipo("56")) DiscardPartialMediaFile(*this);
     tmrTimeOut->setEnabled(false);
     Winsock1->close();
   });

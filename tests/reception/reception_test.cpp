@@ -197,6 +197,13 @@ TEST(Reception, AMediaRunStartedAgainStartsFromAnEmptyFile) {
   EXPECT_EQ(f.form().QueueLength(), 0);
   EXPECT_EQ(ReadFileBytes(target), "onetwothree");
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(f.dir() / "VideoAvi"), {}), 1);
+  // A link closed by its host in the middle of a run leaves nothing behind.
+  f.form().AddRichiesta("56", "clip.avi");
+  f.unitSends("AA{}3{}56");
+  f.unitSends("{}cut short");
+  f.form().Form_Unload();
+  EXPECT_EQ(ReadFileBytes(target), "onetwothree");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(f.dir() / "VideoAvi"), {}), 1);
 }
 
 TEST(Reception, AMediaNameThatLeavesItsFolderWritesNothing) {
