@@ -264,5 +264,27 @@ TEST_F(ServerFleet, ClaimsOfAMachineThatDiedAreTakenAgainOnceTheirLeaseEnds) {
     EXPECT_FALSE(ServerRows(store::WithSchema(server, schemas.Schema("c" + std::to_string(n))), "NumTel").empty());
 }
 
+// A machine stopped with Ctrl-C gives its claims up as it ends: another
+// machine serves those units at once, without waiting for the leases.
+TEST_F(ServerFleet, AMachineInterruptedGivesItsUnitsUpAtOnce) {
+  StartUnits(4, {"--silent", "1-2"});
+  std::string stopped = kHeader, other = kHeader;
+  for (int n = 1; n <= 2; ++n) {
+    stopped += NamedLine("i" + std::to_string(n), n, "udp");
+    other += NamedLine("i" + std::to_string(n), n + 2, "udp");
+  }
+  const fs::path stoppedFile = WriteFleet(stopped), otherFile = hostDir() / "other.csv";
+  test::WriteFileBytes(otherFile, other);
+  auto first = Machine(stoppedFile, "stopped",
+                       {"--lease", "600", "--timeout-long", "60000", "--timeout-short", "60000", "download-prog"});
+  EXPECT_FALSE(first->Wait(1500ms));  // its two units do not answer
+  first->Interrupt();
+  ASSERT_EQ(first->Wait(30s), 1) << first->Stderr();
+  auto second = Machine(otherFile, "second", {"download-prog"});
+  ASSERT_EQ(second->Wait(60s), 0) << second->Stdout() << second->Stderr();
+  nlohmann::json summary;
+  EXPECT_EQ(ByUnit(second->Stdout(), summary).size(), 2u) << second->Stdout();
+}
+
 }  // namespace
 }  // namespace camrelay::e2e

@@ -112,6 +112,10 @@ void Process::SamplePeakRss() {
     if (line.starts_with("VmHWM:")) peakRssKiB_ = std::max(peakRssKiB_, std::stol(line.substr(6)));
 }
 
+void Process::Interrupt() {
+  if (!reaped_ && pid_ > 0) kill(pid_, SIGINT);
+}
+
 void Process::Kill() {
   if (reaped_ || pid_ <= 0) return;
   kill(pid_, SIGKILL);

@@ -33,6 +33,8 @@ class Process {
   void Stop();
   // SIGKILL at once, as a crash or a power cut would end it.
   void Kill();
+  // SIGINT, as Ctrl-C sends; the process ends by itself.
+  void Interrupt();
 
   // The most memory it held at once, in KiB, as last seen while waiting for
   // it (every 10 ms).

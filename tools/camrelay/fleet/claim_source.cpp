@@ -82,6 +82,12 @@ void ClaimSource::Finished(const FleetUnit& unit, bool succeeded) {
                 " AND claimed_by = " + store::QuoteLiteral(me_));
 }
 
+void ClaimSource::Released(const FleetUnit& unit) {
+  server_->Exec("UPDATE camrelay_fleet_units SET claimed_by = NULL, lease_until = NULL" + Where() +
+                " AND name = " + store::QuoteLiteral(unit.name) + " AND claimed_by = " + store::QuoteLiteral(me_) +
+                " AND finished_at IS NULL");
+}
+
 void ClaimSource::Renew() {
   server_->Exec("UPDATE camrelay_fleet_units SET lease_until = now() + " + Interval(lease_) + Where() +
                 " AND claimed_by = " + store::QuoteLiteral(me_) + " AND finished_at IS NULL");

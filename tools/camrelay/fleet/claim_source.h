@@ -29,6 +29,8 @@ class ClaimSource : public UnitSource {
   // any, has ended; the rows locked by other machines' claims are skipped.
   std::optional<FleetUnit> Next() override;
   void Finished(const FleetUnit& unit, bool succeeded) override;
+  // Gives the claim up at once, without waiting for its lease to end.
+  void Released(const FleetUnit& unit) override;
   std::optional<std::size_t> Total() const override { return std::nullopt; }
   // Extends the lease of every unit this machine is serving.
   void Renew();

@@ -117,7 +117,11 @@ UnitOutcome FleetRunner::OutcomeOf(const Slot& slot, int failures) const {
 
 void FleetRunner::Ended(Slot* slot, int failures) {
   const UnitOutcome outcome = OutcomeOf(*slot, failures);
-  source_.Finished(slot->unit, outcome.succeeded);
+  // A unit interrupted by the operator has not been served.
+  if (stopping_ && !outcome.succeeded)
+    source_.Released(slot->unit);
+  else
+    source_.Finished(slot->unit, outcome.succeeded);
   report_.UnitEnded(outcome);
   const auto it = std::find_if(slots_.begin(), slots_.end(), [slot](const auto& s) { return s.get() == slot; });
   // The run whose handler called us is still on the stack: the last owner

@@ -19,6 +19,9 @@ class UnitSource {
   virtual std::optional<FleetUnit> Next() = 0;
   // The unit's run is over.
   virtual void Finished(const FleetUnit& unit, bool succeeded) = 0;
+  // The unit's run was cut short by the operator: it is still to be served,
+  // by another machine if the source is shared.
+  virtual void Released(const FleetUnit& unit) = 0;
   // How many units this run serves in all, when the source knows.
   virtual std::optional<std::size_t> Total() const = 0;
 };
@@ -32,6 +35,7 @@ class ListSource : public UnitSource {
     return units_[next_++];
   }
   void Finished(const FleetUnit&, bool) override {}
+  void Released(const FleetUnit&) override {}
   std::optional<std::size_t> Total() const override { return units_.size(); }
 
  private:
