@@ -201,6 +201,28 @@ class ServerFleet : public Fleet {
                                      hostDir().parent_path() / "logs", tag);
   }
 
+  // Starts 2 × count units, the first count of them silent, and writes two
+  // fleet files naming the same units (prefix1, prefix2, ...): the first on
+  // the silent ports, the second on the answering ones.
+  std::pair<fs::path, fs::path> SilentAndAnsweringFleets(const std::string& prefix, int count) {
+    StartUnits(2 * count, {"--silent", "1-" + std::to_string(count)});
+    std::string silent = kHeader, answering = kHeader;
+    for (int n = 1; n <= count; ++n) {
+      silent += NamedLine(prefix + std::to_string(n), n, "udp");
+      answering += NamedLine(prefix + std::to_string(n), n + count, "udp");
+    }
+    const fs::path answeringFile = hostDir() / "answering.csv";
+    test::WriteFileBytes(answeringFile, answering);
+    return {WriteFleet(silent), answeringFile};
+  }
+  // A machine that claims the silent units and keeps waiting for them.
+  std::unique_ptr<Process> StuckMachine(const fs::path& file, const std::string& tag, const std::string& lease) {
+    auto machine = Machine(file, tag, {"--lease", lease, "--timeout-long", "60000", "--timeout-short", "60000",
+                                       "download-prog"});
+    EXPECT_FALSE(machine->Wait(1500ms));  // its units do not answer
+    return machine;
+  }
+
   test::PostgresSchemas schemas;
   const std::string server = schemas.Uri("fleet");
   const std::string round = schemas.Schema("round");
@@ -235,19 +257,8 @@ TEST_F(ServerFleet, TwoMachinesWithClaimShareAHundredUnitsServingEachOnce) {
 // A machine killed while its units are in flight leaves them claimed until
 // the lease ends; then another machine takes them and serves them.
 TEST_F(ServerFleet, ClaimsOfAMachineThatDiedAreTakenAgainOnceTheirLeaseEnds) {
-  StartUnits(6, {"--silent", "1-3"});
-  std::string dead = kHeader, alive = kHeader;
-  for (int n = 1; n <= 3; ++n) {
-    dead += NamedLine("c" + std::to_string(n), n, "udp");
-    alive += NamedLine("c" + std::to_string(n), n + 3, "udp");
-  }
-  const fs::path deadFile = WriteFleet(dead), aliveFile = hostDir() / "alive.csv";
-  test::WriteFileBytes(aliveFile, alive);
-  const std::vector<std::string> waitLong{"--lease", "3", "--timeout-long", "60000", "--timeout-short", "60000",
-                                          "download-prog"};
-  auto doomed = Machine(deadFile, "doomed", waitLong);
-  EXPECT_FALSE(doomed->Wait(1500ms));  // its three units do not answer
-  doomed->Kill();
+  const auto [deadFile, aliveFile] = SilentAndAnsweringFleets("c", 3);
+  StuckMachine(deadFile, "doomed", "3")->Kill();
 
   const auto start = std::chrono::steady_clock::now();
   auto early = Machine(aliveFile, "early", {"download-prog"});
@@ -267,17 +278,8 @@ TEST_F(ServerFleet, ClaimsOfAMachineThatDiedAreTakenAgainOnceTheirLeaseEnds) {
 // A machine stopped with Ctrl-C gives its claims up as it ends: another
 // machine serves those units at once, without waiting for the leases.
 TEST_F(ServerFleet, AMachineInterruptedGivesItsUnitsUpAtOnce) {
-  StartUnits(4, {"--silent", "1-2"});
-  std::string stopped = kHeader, other = kHeader;
-  for (int n = 1; n <= 2; ++n) {
-    stopped += NamedLine("i" + std::to_string(n), n, "udp");
-    other += NamedLine("i" + std::to_string(n), n + 2, "udp");
-  }
-  const fs::path stoppedFile = WriteFleet(stopped), otherFile = hostDir() / "other.csv";
-  test::WriteFileBytes(otherFile, other);
-  auto first = Machine(stoppedFile, "stopped",
-                       {"--lease", "600", "--timeout-long", "60000", "--timeout-short", "60000", "download-prog"});
-  EXPECT_FALSE(first->Wait(1500ms));  // its two units do not answer
+  const auto [stoppedFile, otherFile] = SilentAndAnsweringFleets("i", 2);
+  auto first = StuckMachine(stoppedFile, "stopped", "600");
   first->Interrupt();
   ASSERT_EQ(first->Wait(30s), 1) << first->Stderr();
   auto second = Machine(otherFile, "second", {"download-prog"});
