@@ -39,4 +39,4 @@ std::string_view PostgresSchemaSql() {
 
 }  // namespace camrelay::store
 ]=] @ONLY)
-target_sources(camrelay PRIVATE ${CAMRELAY_SCHEMA_SOURCE})
+target_sources(camrelay_store PRIVATE ${CAMRELAY_SCHEMA_SOURCE})

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "link/debug_sink.h"
+#include "common/debug_sink.h"
 
 namespace camrelay::fuzz {
 

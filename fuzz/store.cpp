@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "input.h"
-#include "link/debug_sink.h"
+#include "common/debug_sink.h"
 #include "store/DataVideo.h"
 #include "store/download.h"
 #include "store/values.h"

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "camrelay/enums.h"
+#include "camrelay/status.h"
 
 namespace boost::asio {
 class io_context;
@@ -129,7 +130,11 @@ class clsClient {
   // Connetti and survives link rebuilds.
   void UsaFileImpostazioni(bool usa);
 
-  // The link itself, for tests and diagnostics; null before Connetti.
+  // What the link is doing and how its last request ended.
+  LinkStatus Status() const;
+
+  // The link itself, for tests only; null before Connetti. Hosts read
+  // Status() instead.
   link::frmClient* Form() { return frm_.get(); }
   store::DataVideo& Database() { return *db_; }
 
@@ -162,6 +167,8 @@ class clsClient {
   std::string stringaConnDB_;
   int timeoutLong_ = 0, timeoutShort_ = 0, retries_ = 0;
   bool usaFileImpostazioni_ = true;
+  // How the last request of a link that was taken down ended.
+  RequestOutcome retiredOutcome_ = RequestOutcome::None;
   // Set while this object lives; posted work checks it before touching us.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

@@ -109,6 +109,7 @@ void clsClient::Subscribe() {
   // handler raised the error, so it runs from a fresh turn of the loop.
   auto onLinkError = [this, form] {
     Report("frm_ErroreConnessione", [&] {
+      form->lastOutcome = RequestOutcome::LinkError;
       Raise(cErroreConnessione);
       const auto protocol = static_cast<sckProtocol>(form->Winsock1->protocol());
       platform_->post([this, alive = std::weak_ptr<bool>(alive_), form, protocol] {
@@ -125,6 +126,7 @@ void clsClient::Subscribe() {
 // The form may be the one whose handler is running: it is unloaded and
 // detached now, and destroyed from a later turn of the loop.
 void clsClient::RetireForm() {
+  retiredOutcome_ = frm_->lastOutcome;
   frm_->CambioStatoConnessione = nullptr;
   frm_->CambioStatoDB = nullptr;
   frm_->OnDebug = nullptr;
@@ -397,7 +399,10 @@ void clsClient::ChiudiDB() {
 
 void clsClient::AnnullaRichiesta() {
   if (!Guard()) return;
-  Report("AnnullaRichiesta", [&] { frm_->Stato = cNoOperation; });
+  Report("AnnullaRichiesta", [&] {
+    frm_->Stato = cNoOperation;
+    frm_->lastOutcome = RequestOutcome::Cancelled;
+  });
 }
 
 // ---- Additions. ----------------------------------------------------------------
@@ -408,6 +413,34 @@ std::string clsClient::GetStringaPar(int Indice) { return Guard(false) ? frm_->G
 int clsClient::RichiesteInCoda() { return Guard(false) ? frm_->QueueLength() : 0; }
 StatoConnessioneEnum clsClient::StatoCorrente() {
   return Guard(false) ? static_cast<StatoConnessioneEnum>(frm_->Stato) : cNoOperation;
+}
+
+LinkStatus clsClient::Status() const {
+  LinkStatus status;
+  status.lastOutcome = retiredOutcome_;
+  if (!frm_) return status;
+  const link::frmClient& f = *frm_;
+  status.linked = true;
+  const int socket = f.Winsock1->state();
+  status.connecting = socket == link::sckConnecting;
+  status.connected = socket == link::sckConnected || socket == link::sckOpen;
+  status.operation = static_cast<StatoConnessioneEnum>(f.Stato);
+  status.transferType = f.sTipoArrivo;
+  const auto [done, expected] = link::TransferProgress(f);
+  status.packetsDone = done;
+  status.packetsExpected = expected;
+  status.mediaBytes = f.sTipoArrivo == "56" ? f.FileMultimediaSize : 0;
+  for (std::size_t i = 1; i < f.Richieste.size(); ++i)
+    status.queue.push_back({f.Richieste[i].Tipo, f.Richieste[i].Parametro});
+  status.awaitingReply = f.tmrTimeOut && f.tmrTimeOut->enabled();
+  status.replyWithinMs = status.awaitingReply ? f.tmrTimeOut->interval() : 0;
+  status.attempts = f.TentativiTimeOut;
+  status.timeoutLongMs = f.TimeOutLungo;
+  status.timeoutShortMs = f.TimeOutBreve;
+  status.retryLimit = f.TentativiTimeOutMax;
+  if (f.lastOutcome != RequestOutcome::None) status.lastOutcome = f.lastOutcome;
+  if (status.lastOutcome != RequestOutcome::Completed) status.lastOutcomeText = f.StringaErroreConnessione;
+  return status;
 }
 
 void clsClient::ImpostaTempiRisposta(int timeoutLongMs, int timeoutShortMs, int retries) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "link/debug_sink.h"
+#include "common/debug_sink.h"
 
 namespace camrelay::store {
 

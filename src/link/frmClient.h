@@ -24,11 +24,13 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "camrelay/enums.h"
+#include "camrelay/status.h"
 #include "link/codes.h"
-#include "link/debug_sink.h"
+#include "common/debug_sink.h"
 #include "link/platform.h"
 #include "panel/panel_model.h"
 
@@ -110,6 +112,8 @@ class frmClient : public DebugSink {
   // How many requests the queue has refused as duplicates: a host compares
   // it before and after a call to tell its user the request was not queued.
   int RichiesteRifiutate = 0;
+  // Why the last request left the queue, for the host's status view.
+  RequestOutcome lastOutcome = RequestOutcome::None;
   bool bPwdCryptedAccettata = false;  // the scrambled code has been accepted
   bool bReportPwdCrypted = true;      // report its acceptance or refusal
   std::string sStringaConnDB;
@@ -176,6 +180,8 @@ class frmClient : public DebugSink {
   void AddRichiesta(const std::string& Tipo, const std::string& Parametro, bool ForceAdd = false);
   void RemoveRichiesta(int Indice);
   void ReadRichiesta();
+  // Drops the head request, noting why it ended.
+  void EndRequest(RequestOutcome outcome);
   int QueueLength() const { return static_cast<int>(Richieste.size()) - 1; }
 
   // ---- Device operations (requests/operations.cpp). -------------------------
@@ -229,6 +235,13 @@ class frmClient : public DebugSink {
 // rewritten). Protocollo: 0 TCP, 1 UDP.
 std::string CreaStringaComando(std::vector<std::string>& StringaPar, int Protocollo,
                                DebugSink* form = nullptr);
+
+// The packets of the download in hand that have arrived (element 0, the
+// opening, left out).
+int PacketsHeld(const frmClient& form);
+
+// The transfer in hand: packets done and packets it has, {0, 0} for none.
+std::pair<int, int> TransferProgress(const frmClient& form);
 
 // Leading-number parse: the decimal value of the digits at the start of the
 // text (after blanks and a sign), 0 when there are none.

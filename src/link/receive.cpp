@@ -200,7 +200,7 @@ void PasswordRefused(frmClient& f, const std::string&) {
   f.Stato = cConnessioneRifiutata;
   f.RaiseStato(cConnessioneRifiutata);
   f.Stato = cNoOperation;
-  f.RemoveRichiesta(1);
+  f.EndRequest(RequestOutcome::CodeRefused);
 }
 
 void DataPacket(frmClient& f, const std::string& message) {
@@ -366,7 +366,7 @@ void EndLogin(frmClient& f) {
                            (f.Richieste[1].Tipo == code::Login || f.Richieste[1].Tipo == code::Request);
   // Idle before the next request is served, so that its own state stands.
   f.Stato = cNoOperation;
-  if (loginServed) f.RemoveRichiesta(1);
+  if (loginServed) f.EndRequest(RequestOutcome::Completed);
 }
 
 }  // namespace

@@ -61,7 +61,7 @@ void CompleteTransfer(frmClient& form, const std::string& tipo) {
     form.RaiseStato(*stato);
   }
   form.Stato = cNoOperation;
-  form.RemoveRichiesta(1);
+  form.EndRequest(RequestOutcome::Completed);
 }
 
 namespace {
@@ -267,7 +267,7 @@ void frmClient::WinSock_DownloadMedia(const std::string& Stringa) {
       Stato = cRicezioneMultimediaOK;
       RaiseStato(Stato);
       Stato = cNoOperation;
-      RemoveRichiesta(1);
+      EndRequest(RequestOutcome::Completed);
       return;
     }
     if (nPacchetti > last) return;

@@ -120,7 +120,7 @@ void GiveUp(frmClient& f) {
   }
   const std::string tipo = f.sTipoArrivo;
   if (tipo == "56") DiscardPartialMediaFile(f);
-  f.RemoveRichiesta(1);
+  f.EndRequest(RequestOutcome::RetriesExhausted);
   if (tipo == "09" || tipo == "08") f.ResumePreviewAfterGiveUp();
   f.PannelloConnetti("Non connesso", panel::kRed);
 }
@@ -196,7 +196,7 @@ void frmClient::Winsock_RicevutoPacchetto(const std::string& Stringa) {
       RaiseStato(cTrasmissioneOK);
     }
     Stato = cNoOperation;
-    RemoveRichiesta(1);
+    EndRequest(RequestOutcome::Completed);
   });
 }
 

@@ -1,4 +1,6 @@
 // Framing and sending of messages, and the packet array's accessors.
+#include <algorithm>
+
 #include "link/frmClient.h"
 #include "link/guard.h"
 
@@ -73,6 +75,23 @@ std::string CreaStringaComando(std::vector<std::string>& StringaPar, int Protoco
     if (form) form->CreateEventOnDebug(std::string("CreaStringaComando: ") + e.what());
   }
   return joined;
+}
+
+int PacketsHeld(const frmClient& form) {
+  if (form.StringaPar.size() < 2) return 0;
+  return static_cast<int>(std::count_if(form.StringaPar.begin() + 1, form.StringaPar.end(),
+                                        [](const std::string& packet) { return !packet.empty(); }));
+}
+
+std::pair<int, int> TransferProgress(const frmClient& form) {
+  const int expected = form.UboundStringaPar();
+  if (expected < 1) return {0, 0};
+  // Uploads count the packets the unit has acknowledged; a media run counts
+  // its packets as they arrive; other downloads fill their slots in any order.
+  int done = PacketsHeld(form);
+  if (IsUploadType(form.sTipoArrivo)) done = form.StringaInviata - 1;
+  else if (form.sTipoArrivo == "56") done = form.nPacchetti - 1;
+  return {std::clamp(done, 0, expected), expected};
 }
 
 }  // namespace camrelay::link

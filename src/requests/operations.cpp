@@ -79,7 +79,7 @@ void SendCommand(frmClient& f, std::string_view code, int stato, const std::stri
 // A request that cannot be served is dropped, so that the queue goes on.
 void DropRequest(frmClient& f, const std::string& report) {
   f.CreateEventOnDebug(report);
-  f.RemoveRichiesta(1);
+  f.EndRequest(RequestOutcome::NotSent);
 }
 
 // The new code travels as element 1, "{}" code CR LF, and a lone "{}" closes
@@ -160,7 +160,7 @@ void frmClient::DownLoadStreamImage(const std::string& camera) {
     StringaPar.assign(1, Opening(*this, 0, "57") + std::string(kSep) + camera + std::string(kCrLf));
     // In the new state the removal does not serve the next request yet.
     SetStatoAndRaise(cTrasmettiStreamImageReq);
-    RemoveRichiesta(1);
+    EndRequest(RequestOutcome::Completed);
     Send(*this, cTrasmettiStreamImageReq, TimeOutBreve);
   });
 }
@@ -180,7 +180,7 @@ namespace {
 void SendTables(frmClient& f, int stato, int interval) {
   if (f.UboundStringaPar() < 1) {
     f.Stato = cNoOperation;
-    f.RemoveRichiesta(1);
+    f.EndRequest(RequestOutcome::NotSent);
     return;
   }
   Send(f, stato, interval);

@@ -71,12 +71,14 @@ bool AppendPiece(const std::string& piece, long& size, std::string& image) {
 
 // A "Reg Error" answer means the unit could not open or drive the file; the
 // answer to "CLOSE:" means it closed it. Either way no file is played now.
-void EndPlaybackOnAnswer(frmClient& form) {
-  if (form.ComandoPlayback == kChiudi ||
-      form.GetStringaPar(0).find(kErroreRegistrazione) != std::string::npos) {
+// Returns how the request ended.
+RequestOutcome EndPlaybackOnAnswer(frmClient& form) {
+  const bool refused = form.GetStringaPar(0).find(kErroreRegistrazione) != std::string::npos;
+  if (form.ComandoPlayback == kChiudi || refused) {
     form.NomeFileMultimedia.clear();
     form.ComandoPlayback.clear();
   }
+  return refused ? RequestOutcome::UnitError : RequestOutcome::Completed;
 }
 
 }  // namespace
@@ -158,8 +160,7 @@ void frmClient::CompletePreviewImage() {
     ReadRichiesta();
     return;
   }
-  EndPlaybackOnAnswer(*this);
-  RemoveRichiesta(1);
+  EndRequest(EndPlaybackOnAnswer(*this));
   // While a recorded file is open the unit shows its frames: the camera
   // cycle waits until the file is closed.
   if (NomeFileMultimedia.empty()) AcquisisciNextPreview();

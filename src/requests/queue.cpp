@@ -77,6 +77,11 @@ void frmClient::AddRichiesta(const std::string& Tipo, const std::string& Paramet
   }
 }
 
+void frmClient::EndRequest(RequestOutcome outcome) {
+  lastOutcome = outcome;
+  RemoveRichiesta(1);
+}
+
 void frmClient::RemoveRichiesta(int Indice) {
   Guarded(*this, "RemoveRichiesta", [&] {
     const int n = QueueLength();

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "link/debug_sink.h"
+#include "common/debug_sink.h"
 #include "store/postgres_backend.h"
 #include "store/sqlite_backend.h"
 

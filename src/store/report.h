@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "link/debug_sink.h"
+#include "common/debug_sink.h"
 
 namespace camrelay::store {
 

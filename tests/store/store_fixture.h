@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "link/debug_sink.h"
+#include "common/debug_sink.h"
 #include "postgres_server.h"
 #include "store/DataVideo.h"
 #include "store/dump.h"

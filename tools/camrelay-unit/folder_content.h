@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "content.h"
-#include "link/debug_sink.h"
+#include "common/debug_sink.h"
 #include "log.h"
 #include "store/DataVideo.h"
 

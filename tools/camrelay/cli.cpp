@@ -52,59 +52,7 @@ constexpr const char* kFooter =
     "\n"
     "Run 'camrelay COMMAND --help' for the details of a command, 'camrelay --help-all' for all of them.";
 
-constexpr CommandInfo kCommands[] = {
-    {Op::Login, "login", nullptr, "Log in to the unit with the access code and report whether it was accepted."},
-    {Op::DownloadProg, "download-prog", nullptr,
-     "Fetch the unit's programming and store it in the database, replacing the six programming tables "
-     "(Ingressi, MMS, NumTel, CanaliVideo, Alimentazione, ImpostazioniVideo)."},
-    {Op::UploadProg, "upload-prog", nullptr,
-     "Send the programming held in the database's six programming tables to the unit."},
-    {Op::DownloadLog, "download-log", nullptr,
-     "Fetch the unit's event log and append its records to the Registro_eventi table."},
-    {Op::EraseLog, "erase-log", nullptr, "Ask the unit to erase its event log."},
-    {Op::DownloadCamEvents, "download-cam-events", nullptr,
-     "Fetch the unit's camera events and append them to the CamEvents table."},
-    {Op::DownloadProgCamEvents, "download-prog-cam-events", nullptr,
-     "Fetch the unit's camera-event programming and store it, replacing the ProgCamEvents and Festivita "
-     "tables."},
-    {Op::UploadProgCamEvents, "upload-prog-cam-events", nullptr,
-     "Send the camera-event programming (ProgCamEvents and Festivita tables) to the unit."},
-    {Op::DownloadWave, "download-wave", nullptr,
-     "Fetch the unit's voice messages into Audio/ below the working folder (each file arrives with one "
-     "zero byte added at its end)."},
-    {Op::UploadWave, "upload-wave", nullptr,
-     "Send the voice messages that the FoniaFileWav fields of Ingressi and Alimentazione name, read from "
-     "Audio/ below the working folder."},
-    {Op::UploadFirmware, "upload-firmware", "FILE", "Send a firmware update file to the unit.",
-     "The firmware file; the unit receives it under its name without the folder"},
-    {Op::DownloadMedia, "download-media", "NAME",
-     "Fetch a snapshot or clip by its file name: a name ending in .jpg goes to Snapshot/, any other to "
-     "VideoAvi/ below the working folder. A file of that name already there is replaced once the download "
-     "has completed, and kept if it fails.",
-     "The file's name on the unit, without any folder"},
-    {Op::SendCommand, "send-command", "TEXT", "Send a command string to the unit.",
-     "The command string (it cannot contain \"{}\")"},
-    {Op::RequestCommand, "request-command", "TEXT",
-     "Send a command string and print the unit's answer on standard output, alone on a line. No answer "
-     "within the reply time-outs and retries is a failure.",
-     "The command string (it cannot contain \"{}\")"},
-    {Op::StreamImage, "stream-image", "CAMERA",
-     "Fetch one image of a camera and save it as Snapshot/stream-cam<C>-<NNNN>.jpg.", "The camera, 1 to 31"},
-    {Op::SetInstallerCode, "set-installer-code", "NEW",
-     "Change the installer code; later commands log in with the new one.", "The new code, 1 to 6 characters"},
-    {Op::SetUserCode, "set-user-code", "NEW",
-     "Change the user code; later commands log in with the new one.", "The new code, 1 to 6 characters"},
-    {Op::Preview, "preview", "CAMERAS",
-     "Cycle the live preview over the cameras given as a list (1,3) and save each image as "
-     "Snapshot/preview-cam<C>-<NNNN>.jpg, numbered on from the images already there; stop the preview "
-     "after --images images.",
-     "The cameras, 1 to 31, separated by commas"},
-};
-
 constexpr int kDefaultPreviewImages = 5;
-constexpr std::size_t kMaxCodeLength = 6;
-constexpr const char* kSeparator = "{}";
-
 // What the callbacks of the commands fill as CLI11 meets them.
 struct Collected {
   Invocation invocation;
@@ -242,115 +190,7 @@ void AddFleetCommand(CLI::App& app, Collected& c) {
   fleet->callback([&c, options] { c.invocation.fleet = *options; });
 }
 
-int ParseCamera(const std::string& text, const std::string& what) {
-  int camera = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), camera);
-  if (error != std::errc() || end != text.data() + text.size() || camera < 1 || camera > 31)
-    throw UsageError(what + ": '" + text + "' is not a camera number from 1 to 31");
-  return camera;
-}
-
-std::string CheckedFirmware(const std::string& file) {
-  std::error_code ec;
-  const fs::path path = fs::absolute(file, ec);
-  if (!fs::is_regular_file(path, ec)) throw UsageError("upload-firmware: no such file: " + file);
-  if (fs::file_size(path, ec) == 0) throw UsageError("upload-firmware: the file is empty: " + file);
-  return path.string();
-}
-
 }  // namespace
-
-void CheckCommand(Command& command) {
-  const std::string& what = command.name;
-  switch (command.op) {
-    case Op::UploadFirmware:
-      command.argument = CheckedFirmware(command.argument);
-      break;
-    case Op::DownloadMedia:
-      if (!store::IsPlainFileName(command.argument))
-        throw UsageError(what + ": '" + command.argument + "' is not a plain file name (no folder, no '..')");
-      break;
-    case Op::SendCommand:
-    case Op::RequestCommand:
-      if (command.argument.find(kSeparator) != std::string::npos)
-        throw UsageError(what + ": a command string cannot contain \"{}\"");
-      break;
-    case Op::StreamImage:
-      command.cameras = ParseCamera(command.argument, what);
-      break;
-    case Op::SetInstallerCode:
-    case Op::SetUserCode:
-      CheckCode(command.argument, what);
-      break;
-    case Op::Preview: {
-      std::string_view rest = command.argument;
-      while (true) {
-        const auto comma = rest.find(',');
-        command.cameras |= 1 << (ParseCamera(std::string(rest.substr(0, comma)), what) - 1);
-        if (comma == std::string_view::npos) break;
-        rest.remove_prefix(comma + 1);
-      }
-      break;
-    }
-    default:
-      break;
-  }
-}
-
-namespace {
-
-// The download that fills the tables an upload sends, if the upload sends
-// from the database.
-std::optional<Op> SourceOf(Op op) {
-  switch (op) {
-    case Op::UploadProg:
-    case Op::UploadWave:  // the programming names the voice messages
-      return Op::DownloadProg;
-    case Op::UploadProgCamEvents:
-      return Op::DownloadProgCamEvents;
-    default:
-      return std::nullopt;
-  }
-}
-
-// The tables an upload sends from the database.
-std::vector<std::string_view> SentTables(Op op) {
-  if (op == Op::UploadProgCamEvents) return {"ProgCamEvents", "Festivita"};
-  std::vector<std::string_view> tables;
-  for (const auto& programming : store::kProgrammingTables) tables.push_back(programming.Table);
-  return tables;
-}
-
-// An upload of tables that are all empty erases the unit's programming: it
-// is sent only when asked for in so many words.
-void CheckNotEmpty(const Command& command, const std::string& connection) {
-  if (command.allowEmpty) return;
-  store::DataVideo db;
-  db.SetConnectionString(connection);
-  try {
-    db.EnsureOpen(nullptr, "camrelay");
-    for (std::string_view table : SentTables(command.op))
-      if (db.OpenRecordset(table).RecordCount() > 0) return;
-  } catch (const std::exception& e) {
-    throw UsageError(command.name + ": cannot read the database: " + e.what());
-  }
-  throw UsageError(command.name + ": the tables to send are all empty, which would erase the unit's own; give "
-                   "--allow-empty to send them all the same");
-}
-}  // namespace
-
-void CheckSource(const Command& command, const std::string& connection, bool haveDatabase,
-                 const std::vector<Op>& done) {
-  const auto source = SourceOf(command.op);
-  const bool filledEarlier = source && std::find(done.begin(), done.end(), *source) != done.end();
-  // Sending from a database that is not there would send empty tables and
-  // wipe the unit's own, unless an earlier command fills them.
-  if (source && !haveDatabase && !filledEarlier)
-    throw UsageError(command.name + ": there is no database at " + DatabaseFile(connection) +
-                     " (download from the unit first, or run 'camrelay db init')");
-  const bool sendsTables = command.op == Op::UploadProg || command.op == Op::UploadProgCamEvents;
-  if (sendsTables && !filledEarlier) CheckNotEmpty(command, connection);
-}
 
 namespace {
 
@@ -425,43 +265,6 @@ std::string MissingWhat(CLI::App& app, const CLI::RequiredError& error) {
 
 }  // namespace
 
-std::span<const CommandInfo> Commands() { return kCommands; }
-
-std::string DatabaseFile(const std::string& connection) {
-  try {
-    const store::DatabaseLocation location = store::ParseConnection(connection);
-    const auto* file = std::get_if<fs::path>(&location);
-    return file ? file->string() : "";
-  } catch (const std::exception& e) {
-    throw UsageError(std::string("--db: ") + e.what());
-  }
-}
-
-std::string DefaultConnection(const std::string& dir) {
-  const std::string file = (fs::path(dir) / "VideoSentrova.db").string();
-  const bool needsQuotes = file.find(';') != std::string::npos;
-  return "Provider=SQLite;Data Source=" + (needsQuotes ? "\"" + file + "\"" : file);
-}
-
-void CheckCode(const std::string& code, const std::string& what) {
-  if (code.empty() || code.size() > kMaxCodeLength)
-    throw UsageError(what + ": an access code has 1 to " + std::to_string(kMaxCodeLength) + " characters");
-  if (code.find(kSeparator) != std::string::npos)
-    throw UsageError(what + ": an access code cannot contain \"{}\"");
-}
-
-void CheckUploadSources(const std::vector<Command>& commands, const std::string& connection) {
-  std::error_code ec;
-  const std::string file = DatabaseFile(connection);
-  // A server schema is checked by opening it, in CheckNotEmpty.
-  const bool haveDatabase = file.empty() || fs::exists(file, ec);
-  std::vector<Op> done;
-  for (const Command& command : commands) {
-    CheckSource(command, connection, haveDatabase, done);
-    done.push_back(command.op);
-  }
-}
-
 Invocation Parse(int argc, char** argv) {
   Collected c;
   CLI::App app(kDescription, "camrelay");
@@ -471,7 +274,7 @@ Invocation Parse(int argc, char** argv) {
   app.require_subcommand(1, 0);
   AddLinkOptions(app, c);
   AddOutputOptions(app, c.invocation.output);
-  for (const CommandInfo& info : kCommands) AddCommand(app, info, c);
+  for (const CommandInfo& info : Commands()) AddCommand(app, info, c);
   AddDbCommands(app, c);
   AddFleetCommand(app, c);
   AddWebConsoleCommand(app, c);

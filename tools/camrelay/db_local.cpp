@@ -65,7 +65,7 @@ store::TableDump Dump(const std::string& connection, const std::string& table) {
 }
 
 // The connection string may hold a password: the schema alone is named.
-int InitServer(const std::string& connection, Console& console) {
+int InitServer(const std::string& connection, host::Console& console) {
   const auto server = std::get<store::ServerDatabase>(store::ParseConnection(connection));
   const std::string schema = server.schema.empty() ? "the default schema" : "schema " + server.schema;
   if (store::InitDatabase(connection)) {
@@ -76,7 +76,7 @@ int InitServer(const std::string& connection, Console& console) {
   return 0;
 }
 
-int Init(const Invocation& inv, Console& console) {
+int Init(const Invocation& inv, host::Console& console) {
   const fs::path file = DatabaseFile(inv.link.database);
   if (file.empty()) return InitServer(inv.link.database, console);
   std::error_code ec;
@@ -109,7 +109,7 @@ int ExportLog(const Invocation& inv, const std::string& output) {
 
 }  // namespace
 
-int RunDb(const Invocation& inv, Console& console) {
+int RunDb(const Invocation& inv, host::Console& console) {
   switch (inv.db->op) {
     case DbOp::Init:
       return Init(inv, console);

@@ -5,7 +5,7 @@
 #include <ostream>
 
 #include "cli.h"
-#include "console.h"
+#include "host/console.h"
 #include "store/dump.h"
 
 namespace camrelay::cli {
@@ -15,6 +15,6 @@ bool IsTable(const std::string& name);
 void WriteCsv(const store::TableDump& dump, std::ostream& out);
 
 // Returns the exit status. Throws UsageError for bad input.
-int RunDb(const Invocation& invocation, Console& console);
+int RunDb(const Invocation& invocation, host::Console& console);
 
 }  // namespace camrelay::cli

@@ -5,15 +5,16 @@
 #include <string_view>
 
 #include "cli.h"
-#include "console.h"
 #include "db_local.h"
 #include "fleet/fleet_runner.h"
-#include "session.h"
+#include "host/console.h"
+#include "host/session.h"
 #include "web/web_console.h"
 
 namespace {
 
 using namespace camrelay::cli;
+using namespace camrelay::host;
 
 // A command line that could not be parsed still names its codes: they are
 // hidden from the message that says what is wrong with it.
@@ -45,7 +46,7 @@ int main(int argc, char** argv) {
     if (invocation.db) return RunDb(invocation, console);
     if (invocation.fleet) return RunFleet(invocation, console);
     if (invocation.webConsole) return camrelay::web::RunWebConsole(invocation, console);
-    Session session(invocation, console);
+    Session session(invocation.link, invocation.commands, console);
     return session.Run();
   } catch (const UsageError& e) {
     usage.Error(e.what());

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "console.h"
+#include "cli.h"
 
 namespace camrelay::cli {
 

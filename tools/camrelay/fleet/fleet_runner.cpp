@@ -9,7 +9,7 @@
 #include <filesystem>
 
 #include "fleet/claim_source.h"
-#include "session.h"
+#include "host/session.h"
 #include "store/connection.h"
 
 namespace camrelay::cli {

@@ -72,7 +72,7 @@ Response Page(const Call& call, const std::string& name) {
 
 json CommandTable() {
   json commands = json::array();
-  for (const cli::CommandInfo& info : cli::Commands())
+  for (const host::CommandInfo& info : host::Commands())
     commands.push_back(json{{"name", info.name},
                             {"argument", info.argument ? info.argument : ""},
                             {"help", info.help},
@@ -80,8 +80,8 @@ json CommandTable() {
   return commands;
 }
 
-std::optional<cli::Op> OpNamed(const std::string& name) {
-  for (const cli::CommandInfo& info : cli::Commands())
+std::optional<host::Op> OpNamed(const std::string& name) {
+  for (const host::CommandInfo& info : host::Commands())
     if (name == info.name) return info.op;
   return std::nullopt;
 }
@@ -91,9 +91,9 @@ Response RunCommand(const Call& call, const json& body) {
   const auto op = OpNamed(name);
   if (!op) return Error(call.request, http::status::bad_request, "unknown command '" + name + "'");
   // A file to send only ever comes from the user's pick, through /api/firmware.
-  if (*op == cli::Op::UploadFirmware)
+  if (*op == host::Op::UploadFirmware)
     return Error(call.request, http::status::bad_request, "upload-firmware: send the file picked to /api/firmware");
-  cli::Command command{*op, name, body.value("argument", ""), body.value("images", 5)};
+  host::Command command{*op, name, body.value("argument", ""), body.value("images", 5)};
   return Json(call.request, json{{"id", call.link().Run(std::move(command))}});
 }
 
@@ -107,7 +107,7 @@ Response UploadFirmware(const Call& call) {
   std::ofstream out(file, std::ios::binary | std::ios::trunc);
   out.write(call.request.body().data(), static_cast<std::streamsize>(call.request.body().size()));
   if (!out.flush()) return Error(call.request, http::status::internal_server_error, "cannot keep the file picked");
-  cli::Command command{cli::Op::UploadFirmware, "upload-firmware", file.string()};
+  host::Command command{host::Op::UploadFirmware, "upload-firmware", file.string()};
   return Json(call.request, json{{"id", call.link().Run(std::move(command))}});
 }
 
@@ -204,7 +204,7 @@ Response Answer(HttpServer& server, const Request& request) {
   if (!target) return Error(request, http::status::bad_request, "malformed address");
   try {
     return Route(Call{server, request, *target});
-  } catch (const cli::UsageError& e) {
+  } catch (const host::UsageError& e) {
     return Error(request, http::status::bad_request, e.what());
   } catch (const json::exception&) {
     return Error(request, http::status::bad_request, "the request's body is not the JSON expected");

@@ -8,7 +8,7 @@
 #include <ctime>
 
 #include "link/frmClient.h"
-#include "session.h"
+#include "host/session.h"
 #include "web/access.h"
 #include "store/text.h"
 
@@ -62,19 +62,19 @@ std::string Base64(const std::string& bytes) {
 }
 
 // A code typed on the page is shown as asterisks in its job, like anywhere.
-bool ArgumentIsSecret(cli::Op op) { return op == cli::Op::SetInstallerCode || op == cli::Op::SetUserCode; }
+bool ArgumentIsSecret(host::Op op) { return op == host::Op::SetInstallerCode || op == host::Op::SetUserCode; }
 
 // How a command's argument is shown: a code hidden, a file picked by its
 // name (the folder it waits in is the console's own business).
-std::string ShownArgument(const cli::Command& command) {
+std::string ShownArgument(const host::Command& command) {
   if (ArgumentIsSecret(command.op)) return "******";
-  if (command.op == cli::Op::UploadFirmware) return std::filesystem::path(command.argument).filename().string();
+  if (command.op == host::Op::UploadFirmware) return std::filesystem::path(command.argument).filename().string();
   return command.argument;
 }
 
 }  // namespace
 
-LiveLink::LiveLink(boost::asio::io_context& io, const cli::Invocation& invocation, cli::Console& console,
+LiveLink::LiveLink(boost::asio::io_context& io, const cli::Invocation& invocation, host::Console& console,
                    Publish publish)
     : io_(io),
       invocation_(invocation),
@@ -83,7 +83,7 @@ LiveLink::LiveLink(boost::asio::io_context& io, const cli::Invocation& invocatio
       client_(io),
       context_{client_, console_, invocation.link.dir},
       poll_(io),
-      haveDatabase_(IsFile(cli::DatabaseFile(invocation.link.database))) {
+      haveDatabase_(IsFile(host::DatabaseFile(invocation.link.database))) {
   console_.onLine = [this](const std::string& line) {
     if (speaking_) speaking_->lines.push_back(line);
   };
@@ -98,7 +98,7 @@ LiveLink::~LiveLink() {
 std::optional<std::string> LiveLink::Open() {
   client_.OnDebug = [this](const std::string& line) { OnDebug(line); };
   client_.CambioStatoConnessione = [this](StatoConnessioneEnum stato) { OnState(stato); };
-  if (auto failure = cli::OpenLink(client_, invocation_.link, invocation_.link.code, lastDebug_)) return failure;
+  if (auto failure = host::OpenLink(client_, invocation_.link, invocation_.link.code, lastDebug_)) return failure;
   client_.Show();
   Poll();
   return std::nullopt;
@@ -115,21 +115,21 @@ void LiveLink::As(Job& job, F&& body) {
   speaking_ = nullptr;
 }
 
-int LiveLink::Run(cli::Command command) {
-  cli::CheckCommand(command);
-  cli::CheckSource(command, invocation_.link.database, haveDatabase_, done_);
+int LiveLink::Run(host::Command command) {
+  host::CheckCommand(command);
+  host::CheckSource(command, invocation_.link.database, haveDatabase_, done_);
   if (ArgumentIsSecret(command.op)) console_.AddSecret(command.argument);
-  if (command.op == cli::Op::Preview && preview_) throw cli::UsageError("preview: a preview is already running");
+  if (command.op == host::Op::Preview && preview_) throw host::UsageError("preview: a preview is already running");
   Job job;
   job.id = nextId_++;
-  job.action = cli::MakeAction(command);
+  job.action = host::MakeAction(command);
   PublishJob(job, "queued");
   link::frmClient* form = client_.Form();
   const int refusedBefore = form ? form->RichiesteRifiutate : 0;
   const int waitingBefore = WaitingRequests();
   As(job, [&] { job.action->Start(context_); });
   form = client_.Form();
-  if (command.op == cli::Op::Preview) {
+  if (command.op == host::Op::Preview) {
     preview_ = std::move(job);
     return preview_->id;
   }
@@ -185,7 +185,7 @@ void LiveLink::OnState(StatoConnessioneEnum stato) {
     }
   } else if (!jobs_.empty()) {
     Job& job = jobs_.front();
-    if (!job.error) job.error = cli::LinkFailure(client_, stato);
+    if (!job.error) job.error = host::LinkFailure(client_, stato);
     As(job, [&] { job.action->OnState(context_, stato); });
     if (stato == cRicezioneStreamImageOK) PublishImage("stream");
   }
@@ -242,7 +242,7 @@ void LiveLink::Finish(Job& job) {
 }
 
 json LiveLink::JobMessage(const Job& job, const std::string& status, const std::string& message) const {
-  const cli::Command& command = job.action->command();
+  const host::Command& command = job.action->command();
   json lines = json::array();
   for (const std::string& line : job.lines) lines.push_back(ForPage(line));
   return json{{"type", "job"},

@@ -16,10 +16,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "actions.h"
+#include "host/actions.h"
 #include "camrelay/clsClient.h"
 #include "cli.h"
-#include "console.h"
+#include "host/console.h"
 
 namespace camrelay::web {
 
@@ -27,7 +27,7 @@ class LiveLink {
  public:
   using Publish = std::function<void(const nlohmann::json& message)>;
 
-  LiveLink(boost::asio::io_context& io, const cli::Invocation& invocation, cli::Console& console, Publish publish);
+  LiveLink(boost::asio::io_context& io, const cli::Invocation& invocation, host::Console& console, Publish publish);
   ~LiveLink();
   LiveLink(const LiveLink&) = delete;
   LiveLink& operator=(const LiveLink&) = delete;
@@ -36,8 +36,8 @@ class LiveLink {
   std::optional<std::string> Open();
 
   // A command of the command table, checked as the command line checks it
-  // (throws cli::UsageError). Returns the job's number.
-  int Run(cli::Command command);
+  // (throws host::UsageError). Returns the job's number.
+  int Run(host::Command command);
   // Stops the preview the page started.
   void StopPreview();
   // The panel's send row: the typed text goes out through the panel's own
@@ -55,7 +55,7 @@ class LiveLink {
  private:
   struct Job {
     int id = 0;
-    std::unique_ptr<cli::Action> action;
+    std::unique_ptr<host::Action> action;
     bool inQueue = true;  // false: its request left the queue as it was sent
     std::optional<std::string> error;
     std::vector<std::string> lines;  // answers and notes while it ran
@@ -81,17 +81,17 @@ class LiveLink {
 
   boost::asio::io_context& io_;
   const cli::Invocation& invocation_;
-  cli::Console& console_;
+  host::Console& console_;
   Publish publish_;
   clsClient client_;
-  cli::Context context_;
+  host::Context context_;
   boost::asio::steady_timer poll_;
   std::string lastDebug_;
 
   // Whether the database was there before the console made it, and the
   // commands done since: an upload from tables nobody filled is refused.
   bool haveDatabase_;
-  std::vector<cli::Op> done_;
+  std::vector<host::Op> done_;
   int nextId_ = 1;
   std::deque<Job> jobs_;       // in the order of their requests in the link's queue
   std::optional<Job> preview_;

@@ -22,16 +22,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
-ListenAddress CheckedListen(const cli::WebConsoleOptions& options, cli::Console& console) {
+ListenAddress CheckedListen(const cli::WebConsoleOptions& options, host::Console& console) {
   ListenAddress address;
   try {
     address = ParseListen(options.listen);
   } catch (const std::invalid_argument& e) {
-    throw cli::UsageError(e.what());
+    throw host::UsageError(e.what());
   }
   if (IsLoopback(address.host)) return address;
   if (!options.allowRemote)
-    throw cli::UsageError("--listen: " + address.host +
+    throw host::UsageError("--listen: " + address.host +
                           " is not a loopback address; add --allow-remote to serve the page to other machines");
   console.Error("warning: the page is served on " + address.host +
                 " to every machine that can reach it; whoever has its address and token can drive the unit");
@@ -49,7 +49,7 @@ fs::path MakeUploadDir() {
   return pattern;
 }
 
-void OpenInBrowser(const std::string& url, cli::Console& console) {
+void OpenInBrowser(const std::string& url, host::Console& console) {
   // The helper's own complaints would bury the address: its verdict is
   // enough.
   posix_spawn_file_actions_t quiet;
@@ -68,7 +68,7 @@ void OpenInBrowser(const std::string& url, cli::Console& console) {
 
 }  // namespace
 
-int RunWebConsole(const cli::Invocation& invocation, cli::Console& console) {
+int RunWebConsole(const cli::Invocation& invocation, host::Console& console) {
   const cli::WebConsoleOptions& options = *invocation.webConsole;
   const ListenAddress listen = CheckedListen(options, console);
   boost::asio::io_context io;

@@ -2,12 +2,12 @@
 #pragma once
 
 #include "cli.h"
-#include "console.h"
+#include "host/console.h"
 
 namespace camrelay::web {
 
 // Runs until SIGINT or SIGTERM; returns the exit status. Throws
-// cli::UsageError for a bad --listen.
-int RunWebConsole(const cli::Invocation& invocation, cli::Console& console);
+// host::UsageError for a bad --listen.
+int RunWebConsole(const cli::Invocation& invocation, host::Console& console);
 
 }  // namespace camrelay::web

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "cli.h"
+#include "host/commands.h"
 
-namespace camrelay::cli {
+namespace camrelay::host {
 
 // What a console keeps instead of printing it (see Console::Capture).
 struct Captured {
@@ -56,4 +56,4 @@ class Console {
   std::string label_;
 };
 
-}  // namespace camrelay::cli
+}  // namespace camrelay::host

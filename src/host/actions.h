@@ -9,14 +9,10 @@
 #include <string>
 
 #include "camrelay/clsClient.h"
-#include "cli.h"
-#include "console.h"
+#include "host/commands.h"
+#include "host/console.h"
 
-namespace camrelay::link {
-class frmClient;
-}
-
-namespace camrelay::cli {
+namespace camrelay::host {
 
 struct Context {
   clsClient& client;
@@ -66,8 +62,4 @@ class Action {
 
 std::unique_ptr<Action> MakeAction(const Command& command);
 
-// The packets of the transfer in hand that have arrived (element 0, the
-// opening, left out).
-std::size_t PacketsHeld(const link::frmClient& form);
-
-}  // namespace camrelay::cli
+}  // namespace camrelay::host

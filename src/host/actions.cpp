@@ -1,15 +1,15 @@
-#include "actions.h"
+#include "host/actions.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <vector>
 
+#include "common/debug_sink.h"
 #include "files/voice.h"
-#include "link/frmClient.h"
 #include "store/download.h"
 
-namespace camrelay::cli {
+namespace camrelay::host {
 namespace fs = std::filesystem;
 
 namespace {
@@ -18,26 +18,18 @@ namespace {
 
 enum class Bar { None, Upload, Download, Media };
 
-std::optional<double> UploadFraction(clsClient& client) {
-  const link::frmClient* form = client.Form();
-  if (!form || form->StringaPar.size() < 2) return std::nullopt;
-  return std::min(1.0, double(form->StringaInviata) / double(form->StringaPar.size()));
-}
-
-// Downloads place each packet at its own index, in any order: the share of
-// slots filled is the share received. A single packet needs no bar.
-std::optional<double> DownloadFraction(clsClient& client) {
-  const link::frmClient* form = client.Form();
-  if (!form || form->StringaPar.size() < 3) return std::nullopt;
-  return double(PacketsHeld(*form)) / double(form->StringaPar.size() - 1);
+// The share of the transfer in hand that is done; a single packet needs no bar.
+std::optional<double> TransferFraction(clsClient& client) {
+  const LinkStatus status = client.Status();
+  if (status.packetsExpected < 2) return std::nullopt;
+  return double(status.packetsDone) / double(status.packetsExpected);
 }
 
 std::optional<double> FractionOf(Bar bar, clsClient& client) {
   switch (bar) {
     case Bar::Upload:
-      return UploadFraction(client);
     case Bar::Download:
-      return DownloadFraction(client);
+      return TransferFraction(client);
     case Bar::Media:
       return client.ProgressoMultimedia() / 100.0;
     case Bar::None:
@@ -384,11 +376,6 @@ std::unique_ptr<Action> Simple(const Command& c, Starter start, StatoConnessione
 
 }  // namespace
 
-std::size_t PacketsHeld(const link::frmClient& form) {
-  if (form.StringaPar.size() < 2) return 0;
-  return static_cast<std::size_t>(std::count_if(form.StringaPar.begin() + 1, form.StringaPar.end(),
-                                                [](const std::string& packet) { return !packet.empty(); }));
-}
 
 void Action::OnState(Context&, StatoConnessioneEnum stato) {
   if (stato == Completion() && Completion() != cNoOperation) completed_ = true;
@@ -464,4 +451,4 @@ std::unique_ptr<Action> MakeAction(const Command& c) {
   return nullptr;
 }
 
-}  // namespace camrelay::cli
+}  // namespace camrelay::host

@@ -14,12 +14,12 @@
 #include <optional>
 #include <string>
 
-#include "actions.h"
 #include "camrelay/clsClient.h"
-#include "cli.h"
-#include "console.h"
+#include "host/actions.h"
+#include "host/commands.h"
+#include "host/console.h"
 
-namespace camrelay::cli {
+namespace camrelay::host {
 
 // Connetti, the database and the access code; the reason when the link or
 // the database cannot be set up. lastDebug is the library's last diagnostic
@@ -109,7 +109,7 @@ class UnitRun {
 // SIGTERM as well.
 class Session {
  public:
-  Session(const Invocation& invocation, Console& console);
+  Session(const LinkOptions& link, const std::vector<Command>& commands, Console& console);
   // Runs every command; returns the exit status, 0 or 1.
   int Run();
 
@@ -120,4 +120,4 @@ class Session {
   UnitRun run_;
 };
 
-}  // namespace camrelay::cli
+}  // namespace camrelay::host

@@ -1,13 +1,12 @@
-#include "session.h"
+#include "host/session.h"
 
 #include <algorithm>
 #include <boost/asio/post.hpp>
 #include <csignal>
 
-#include "link/frmClient.h"
 #include "store/DataVideo.h"
 
-namespace camrelay::cli {
+namespace camrelay::host {
 
 namespace {
 
@@ -126,7 +125,7 @@ std::optional<std::string> OpenLink(clsClient& client, const LinkOptions& link, 
   client.ImpostaTempiRisposta(link.timeoutLong, link.timeoutShort, link.retries);
   client.Connetti(link.host, link.port, link.localPort, false, link.tcp ? sckTCPProtocol : sckUDPProtocol,
                   link.dir);
-  if (!client.Form() || client.Protocol() == sckProtocolError)
+  if (!client.Status().linked || client.Protocol() == sckProtocolError)
     return "cannot set up the link: " + OrElse(lastDebug, "no usable transport");
   client.StringaConnDB(link.database);
   client.ApriDB();
@@ -161,7 +160,7 @@ void UnitRun::OnState(StatoConnessioneEnum stato) {
 
 void UnitRun::StartNext() {
   if (finished_ || current_) return;
-  if (next_ >= commands_.size() || (!client_.Form() && !Open())) {
+  if (next_ >= commands_.size() || (!client_.Status().linked && !Open())) {
     if (next_ < commands_.size()) ++failures_;
     Finish();
     return;
@@ -179,7 +178,7 @@ void UnitRun::StartNext() {
 
 void UnitRun::CheckIdle() {
   if (!current_ || finished_) return;
-  if (!client_.Form()) {
+  if (!client_.Status().linked) {
     EndCommand(error_.value_or("the link was lost: " + OrElse(lastDebug_, "it could not be rebuilt")));
     return;
   }
@@ -233,11 +232,8 @@ void UnitRun::Poll() {
 // Something must move within the longest wait the link itself could have:
 // all its attempts, and a busy reply on top.
 void UnitRun::WatchProgress(Clock::time_point now) {
-  long long mark = events_;
-  if (const link::frmClient* form = client_.Form()) {
-    mark += form->nPacchetti + form->StringaInviata + form->ProgressoMultimedia;
-    mark += static_cast<long long>(PacketsHeld(*form));
-  }
+  const LinkStatus status = client_.Status();
+  const long long mark = events_ + status.packetsDone + status.mediaBytes;
   if (mark > bestMark_) {
     bestMark_ = mark;
     lastProgress_ = now;
@@ -250,20 +246,19 @@ void UnitRun::WatchProgress(Clock::time_point now) {
 // will do by itself: a connection that was refused, or a unit that went
 // quiet after saying it was busy.
 void UnitRun::WatchStall(Clock::time_point now) {
-  const link::frmClient* form = client_.Form();
-  const bool waiting = client_.RichiesteInCoda() > 0 || client_.StatoCorrente() != cNoOperation;
-  if (!form || !waiting || form->tmrTimeOut->enabled()) {
+  const LinkStatus status = client_.Status();
+  const bool waiting = !status.queue.empty() || status.operation != cNoOperation;
+  if (!status.linked || !waiting || status.awaitingReply) {
     stalledSince_.reset();
     return;
   }
   if (!stalledSince_) stalledSince_ = now;
-  const int socket = form->Winsock1->state();
-  const bool linkDown = link_.tcp && socket != link::sckConnecting && socket != link::sckConnected;
+  const bool linkDown = link_.tcp && !status.connecting && !status.connected;
   if (now - *stalledSince_ < (linkDown ? kLinkDownGrace : stallLimit_)) return;
   if (linkDown)
-    Abandon(OrElse(form->StringaErroreConnessione, "the connection to the unit was lost"));
+    Abandon(OrElse(client_.StringaErroreConnessione(), "the connection to the unit was lost"));
   else
-    Abandon(socket == link::sckConnecting ? "cannot connect to the unit" : "the unit stopped answering");
+    Abandon(status.connecting ? "cannot connect to the unit" : "the unit stopped answering");
 }
 
 void UnitRun::Abandon(const std::string& reason) {
@@ -286,9 +281,9 @@ void UnitRun::Interrupt() {
   Finish();
 }
 
-Session::Session(const Invocation& invocation, Console& console)
+Session::Session(const LinkOptions& link, const std::vector<Command>& commands, Console& console)
     : signals_(io_, SIGINT, SIGTERM),
-      run_(io_, invocation.link, invocation.commands, console, [this](int failures) {
+      run_(io_, link, commands, console, [this](int failures) {
         failures_ = failures;
         io_.stop();
       }) {}
@@ -306,4 +301,4 @@ int Session::Run() {
   return failures_ > 0 ? 1 : 0;
 }
 
-}  // namespace camrelay::cli
+}  // namespace camrelay::host

@@ -1,4 +1,4 @@
-#include "console.h"
+#include "host/console.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 
 #include "camrelay/enums.h"
 
-namespace camrelay::cli {
+namespace camrelay::host {
 
 namespace {
 
@@ -109,4 +109,4 @@ void Console::EndProgress() {
   std::fflush(stderr);
 }
 
-}  // namespace camrelay::cli
+}  // namespace camrelay::host

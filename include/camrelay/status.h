@@ -1,0 +1,57 @@
+// What a host may know of the link while it runs, without reaching into it:
+// the transfer in hand, the queue, the reply awaited, the limits in force and
+// why the last request ended. A snapshot: read it again to see it move.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "camrelay/enums.h"
+
+namespace camrelay {
+
+// Why the last request left the queue.
+enum class RequestOutcome {
+  None,              // no request has ended on this link yet
+  Completed,         // the exchange ended as it should
+  CodeRefused,       // the unit refused the access code
+  RetriesExhausted,  // no answer after every attempt
+  LinkError,         // the connection failed or was lost
+  Cancelled,         // the host abandoned it (AnnullaRichiesta)
+  UnitError,         // the unit answered "Reg Error": it cannot do what was asked
+  NotSent,           // nothing to send (no database, no file): dropped before any exchange
+};
+
+// A queued request: its two-character type and its argument.
+struct QueuedRequest {
+  std::string type;
+  std::string argument;
+};
+
+struct LinkStatus {
+  bool linked = false;                     // Connetti has set up a link
+  bool connecting = false;                 // a TCP connection is being made
+  bool connected = false;                  // the socket is connected (TCP) or bound (UDP)
+  StatoConnessioneEnum operation = cNoOperation;
+  std::string transferType;                // the type of the transfer in hand ("00" when none)
+  // The transfer in hand: packets sent or received, of how many.
+  int packetsDone = 0;
+  int packetsExpected = 0;
+  // A multimedia file being received: its bytes written so far (the unit
+  // announces packets, not bytes).
+  long long mediaBytes = 0;
+  std::vector<QueuedRequest> queue;        // the head, being served, first
+  bool awaitingReply = false;              // the reply timer runs
+  int replyWithinMs = 0;                   // the interval the reply timer counts
+  int attempts = 0;                        // attempts of the request in hand so far
+  int timeoutLongMs = 0;
+  int timeoutShortMs = 0;
+  int retryLimit = 0;
+  RequestOutcome lastOutcome = RequestOutcome::None;
+  std::string lastOutcomeText;             // the unit's or the link's own words, when it said any
+};
+
+// Plain English for an outcome, for a face to show beside the unit's text.
+const char* Describe(RequestOutcome outcome);
+
+}  // namespace camrelay
