@@ -293,6 +293,22 @@ bool DownloadWaitsBriefly(int stato) {
   }
 }
 
+long long AnnouncedPackets(const Acceptance& a) { return a.valid ? std::max(0LL, LeadingNumber(a.count)) : 0; }
+
+// A download announcing more packets than the link could ever hold is not
+// believed, and checked before the acceptance changes anything: the link stays
+// in the state of the request it sent, and the timer asks the unit again.
+bool IgnoredForItsCount(frmClient& f, const Acceptance& a) {
+  const auto adopted = a.valid ? StatoForTipo(a.tipo) : std::nullopt;
+  const int stato = adopted ? *adopted : f.Stato;
+  const long long n = AnnouncedPackets(a);
+  if (!IsDownloadState(stato) || n <= kMaxAnnouncedPackets) return false;
+  f.CreateEventOnDebug("Winsock_Cisei: " + std::to_string(n) + " packets announced, above the limit of " +
+                       std::to_string(kMaxAnnouncedPackets) + "; acceptance ignored");
+  f.tmrTimeOut->setEnabled(true);
+  return true;
+}
+
 void AdoptType(frmClient& f, const std::string& tipo) {
   const auto stato = StatoForTipo(tipo);
   if (!stato) {
@@ -321,14 +337,7 @@ void StartUpload(frmClient& f, const std::string& text) {
 void StartDownload(frmClient& f, const std::string& text, const Acceptance& a) {
   f.tmrTimeOut->setInterval(DownloadWaitsBriefly(f.Stato) ? f.TimeOutBreve : f.TimeOutLungo);
   if (!a.valid) f.sTipoArrivo = std::string(code::Login);
-  const long long n = a.valid ? std::max(0LL, LeadingNumber(a.count)) : 0;
-  if (n > kMaxAnnouncedPackets) {
-    // Not believed; the timer asks the unit again.
-    f.CreateEventOnDebug("Winsock_Cisei: " + std::to_string(n) + " packets announced, above the limit of " +
-                         std::to_string(kMaxAnnouncedPackets) + "; acceptance ignored");
-    f.tmrTimeOut->setEnabled(true);
-    return;
-  }
+  const long long n = AnnouncedPackets(a);
   f.nPacchetti = 0;
   f.StringaPar.assign(static_cast<std::size_t>(n) + 1, std::string());
   f.bytesInTransfer = 0;
@@ -396,6 +405,7 @@ void frmClient::Winsock_Cisei(const std::string& Stringa) {
   GuardedWithState(*this, "Winsock_Cisei", [&] {
     if (ShowCamRelay) panel::AppendLogLine(Panel.txtRxData, Stringa + " <--- " + sTipoRichiesta);
     const Acceptance accepted = ParseAcceptance(Stringa);
+    if (IgnoredForItsCount(*this, accepted)) return;
     if (accepted.valid) AdoptType(*this, accepted.tipo);
     PannelloConnetti("Connesso con " + Winsock1->peerIP(), panel::kGreen);
     if (sTipoArrivo == code::Login) LoginAnswered(*this, accepted);

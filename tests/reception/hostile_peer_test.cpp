@@ -88,3 +88,27 @@ TEST(HostilePeer, UdpTakesDatagramsFromTheUnitsAddressAndPortOnly) {
   EXPECT_EQ(f.form().StringaPar[1], "genuine");
   EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
 }
+
+// An acceptance announcing more packets than a download may hold is ignored
+// whole, whatever type it names: the link stays in the state of the request
+// it sent, raises nothing, and the unit's next answer is taken as usual.
+TEST(HostilePeer, AnAcceptanceRefusedForItsCountLeavesTheStateAsItWas) {
+  LinkFixture f(sckUDPProtocol);
+  f.form().AddRichiesta("04", "04");
+  ASSERT_EQ(f.form().Stato, cRichiestaLog);
+  const std::string arrival = f.form().sTipoArrivo;
+  f.clearRecords();
+  const std::string tooMany = std::to_string(link::kMaxAnnouncedPackets + 1);
+  for (const char* tipo : {"04", "02", "56"}) {
+    f.unitSends("AA{}" + tooMany + "{}" + tipo);
+    EXPECT_EQ(f.form().Stato, cRichiestaLog) << "acceptance of type " << tipo;
+    EXPECT_EQ(f.form().sTipoArrivo, arrival) << "acceptance of type " << tipo;
+  }
+  EXPECT_TRUE(f.states.empty());
+  EXPECT_TRUE(f.socket().sent.empty()) << "nothing acknowledged";
+  EXPECT_EQ(DebugLines(f, "acceptance ignored"), 3);
+  EXPECT_TRUE(f.timer().enabled());
+  f.unitSends("AA{}1{}04");
+  f.unitSends(Packet(1, "evento"));
+  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+}
