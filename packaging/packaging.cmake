@@ -6,6 +6,7 @@ include(CMakePackageConfigHelpers)
 
 set(CPACK_PACKAGE_NAME camrelay)
 set(CPACK_PACKAGE_VENDOR "The CamRelay developers")
+set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "talk to video alarm communicators over TCP and UDP")
 set(CPACK_PACKAGE_DESCRIPTION
 "CamRelay logs in to a video alarm communicator (a unit) with an access code,
@@ -44,14 +45,18 @@ install(CODE "
       \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/$<TARGET_FILE_NAME:camrelay>\")
   endif()
 ")
-# Debian looks for the copyright under the package's name.
-install(FILES ${CMAKE_CURRENT_LIST_DIR}/copyright ${PROJECT_SOURCE_DIR}/README.md
+# Debian looks for the copyright and the changelog (compressed, without a
+# time stamp, so that two builds give the same file) under the package's name.
+execute_process(COMMAND gzip -9nc ${CMAKE_CURRENT_LIST_DIR}/changelog
+  OUTPUT_FILE ${PROJECT_BINARY_DIR}/changelog.gz)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/changelog)
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/copyright ${PROJECT_BINARY_DIR}/changelog.gz ${PROJECT_SOURCE_DIR}/README.md
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/camrelay)
 
-set(CAMRELAY_PACKAGE_MAINTAINER "The CamRelay developers <camrelay@invalid>"
-  CACHE STRING "The Maintainer field of the Debian package")
+# The Maintainer field; a packager of their own gives
+# -DCPACK_DEBIAN_PACKAGE_MAINTAINER="Name <address>".
+set(CPACK_PACKAGE_CONTACT "CamRelay developers <developers@camrelay.org>")
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_CONTACT ${CAMRELAY_PACKAGE_MAINTAINER})
 # Installed with DESTDIR, so that the install steps see the real prefix.
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_INSTALL_PREFIX /usr)

@@ -40,14 +40,27 @@ for library in libc6 libstdc++6 libsqlite3-0 libjpeg62-turbo; do
   field Depends | grep -qE "(^|, )${library//+/\\+}( |,|$)" || fail "Depends lacks $library: $(field Depends)"
 done
 [ "$(field Description | wc -l)" -gt 3 ] || fail "no long description: $(field Description)"
-[ -n "$(field Maintainer)" ] || fail "no Maintainer"
+# A real address, not a placeholder in a reserved domain.
+maintainer=$(field Maintainer)
+grep -qE '^[^<>]+ <[^@ ]+@[a-z0-9.-]+\.[a-z]+>$' <<<"$maintainer" &&
+  ! grep -qE '[@.](invalid|example|test|localhost)(\.[a-z]+)?>$' <<<"$maintainer" ||
+  fail "Maintainer is not a project address: $maintainer"
 dpkg-deb --info "$deb" >/dev/null || fail "dpkg-deb cannot read the package"
 
-# Files, all below /usr, where the tools that use them look.
+# The licence: Apache-2.0, the standard text at the root of the source, and
+# the package's copyright in Debian's machine-readable format, pointing at
+# the text Debian ships.
+cmp -s "$source/LICENSE" /usr/share/common-licenses/Apache-2.0 ||
+  fail "LICENSE is not the Apache License 2.0 as Debian ships it"
+
+# Files, all below /usr, where the tools that use them look; the library in
+# the multiarch folder.
 root=$work/root
 dpkg-deb -x "$deb" "$root" || die "dpkg-deb -x failed"
-for file in bin/camrelay bin/camrelay-unit include/camrelay/clsClient.h lib/pkgconfig/camrelay.pc \
-  lib/cmake/camrelay/camrelayConfig.cmake lib/cmake/camrelay/camrelayConfigVersion.cmake \
+libdir=lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+for file in bin/camrelay bin/camrelay-unit include/camrelay/clsClient.h "$libdir/libcamrelay.a" \
+  "$libdir/pkgconfig/camrelay.pc" "$libdir/cmake/camrelay/camrelayConfig.cmake" \
+  "$libdir/cmake/camrelay/camrelayConfigVersion.cmake" \
   share/man/man1/camrelay.1.gz share/man/man1/camrelay-unit.1.gz \
   share/bash-completion/completions/camrelay share/bash-completion/completions/camrelay-unit \
   share/zsh/vendor-completions/_camrelay share/zsh/vendor-completions/_camrelay_unit \
@@ -56,7 +69,24 @@ for file in bin/camrelay bin/camrelay-unit include/camrelay/clsClient.h lib/pkgc
 done
 [ -z "$(find "$root" -mindepth 1 -maxdepth 1 ! -name usr)" ] || fail "files outside /usr: $(ls "$root")"
 [ -z "$(find "$root/usr" -path '*/local/*')" ] || fail "files below /usr/local"
-ls "$root"/usr/lib/libcamrelay.a >/dev/null || fail "the package lacks the library"
+[ -z "$(find "$root/usr/lib" -maxdepth 1 -type f)" ] || fail "files outside the multiarch folder: $(ls "$root/usr/lib")"
+
+copyright=$root/usr/share/doc/camrelay/copyright
+[ "$(head -n 1 "$copyright")" = "Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/" ] ||
+  fail "the copyright is not in Debian's machine-readable format: $(head -n 1 "$copyright")"
+[ "$(sed -n 's/^License: //p' "$copyright" | sort -u)" = Apache-2.0 ] ||
+  fail "the copyright names other licences than Apache-2.0: $(grep '^License:' "$copyright")"
+grep -q '"/usr/share/common-licenses/Apache-2.0"' "$copyright" || fail "the copyright does not point at the licence's text"
+changelog_version=$(zcat "$root/usr/share/doc/camrelay/changelog.gz" | dpkg-parsechangelog -l - -S Version 2>&1)
+[ "$changelog_version" = "$version" ] || fail "the changelog's last entry is $changelog_version, not $version"
+grep -qx 'License: Apache-2.0' "$root/usr/$libdir/pkgconfig/camrelay.pc" || fail "camrelay.pc names no licence"
+grep -qx '# SPDX-License-Identifier: Apache-2.0' "$root/usr/$libdir/cmake/camrelay/camrelayConfig.cmake" ||
+  fail "the CMake package names no licence"
+
+# lintian, with the overrides the package carries (each with its reason):
+# no error, no warning.
+lintian --fail-on error,warning --tag-display-limit 0 "$deb" >"$work/lintian.log" 2>&1 ||
+  fail "lintian: $(cat "$work/lintian.log")"
 
 bin=$root/usr/bin
 for program in camrelay camrelay-unit; do
@@ -104,11 +134,11 @@ cmake -S "$work/with-cmake" -B "$work/with-cmake/build" -G Ninja "${launcher[@]}
   cmake --build "$work/with-cmake/build" >>"$work/cmake.log" 2>&1 ||
   fail "the example host does not build with find_package(camrelay): $(tail -n 20 "$work/cmake.log")"
 found=$(sed -n 's/^camrelay_DIR:PATH=//p' "$work/with-cmake/build/CMakeCache.txt" 2>/dev/null)
-[ "$found" = "$root/usr/lib/cmake/camrelay" ] || fail "find_package(camrelay) found '$found', not the installed one"
+[ "$found" = "$root/usr/$libdir/cmake/camrelay" ] || fail "find_package(camrelay) found '$found', not the installed one"
 
 compiler=(c++)
 command -v ccache >/dev/null && compiler=(ccache c++)
-export PKG_CONFIG_PATH=$root/usr/lib/pkgconfig
+export PKG_CONFIG_PATH=$root/usr/$libdir/pkgconfig
 flags=$(pkg-config --cflags --libs camrelay) || fail "pkg-config does not know camrelay"
 [[ $flags == *"$root/usr/"*include* ]] || fail "pkg-config's flags do not point into the installed tree: $flags"
 # shellcheck disable=SC2086 # the flags are words
@@ -116,11 +146,17 @@ flags=$(pkg-config --cflags --libs camrelay) || fail "pkg-config does not know c
   >"$work/pkg-config.log" 2>&1 ||
   fail "the example host does not build with pkg-config: $(tail -n 20 "$work/pkg-config.log")"
 
-# Both copies log in to the unit.
+# Both copies log in to the unit at the same time, each from a UDP port the
+# system picks (0), so that neither depends on a port being free.
+hosts=()
 for host in "$work/with-cmake/build/example_host" "$work/example_host_pc"; do
   [ -x "$host" ] || continue
-  timeout 30 "$host" 127.0.0.1 "$udp_port" 123456 >"$work/host.log" 2>&1 ||
-    fail "$(basename "$host") built against the package could not log in: $(tail -n 5 "$work/host.log")"
+  timeout 30 "$host" 127.0.0.1 "$udp_port" 0 123456 >"$host.log" 2>&1 &
+  hosts+=("$!:$host")
+done
+for entry in "${hosts[@]}"; do
+  wait "${entry%%:*}" ||
+    fail "$(basename "${entry#*:}") built against the package could not log in: $(tail -n 5 "${entry#*:}.log")"
 done
 
 # dpkg's own install and removal, into a throw-away root with a throw-away
