@@ -29,7 +29,6 @@
 
 #include "camrelay/enums.h"
 #include "camrelay/status.h"
-#include "link/codes.h"
 #include "common/debug_sink.h"
 #include "link/platform.h"
 #include "panel/panel_model.h"
