@@ -27,6 +27,6 @@ function(camrelay_check_layer target name)
             -P ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/check_layer.cmake
     DEPENDS ${files} ${list_file} ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/check_layer.cmake
     COMMENT "Checking the includes of layer ${name}" VERBATIM)
-  add_custom_target(${target}_layer_check DEPENDS ${stamp})
-  add_dependencies(${target} ${target}_layer_check)
+  add_custom_target(layer_check_${name} DEPENDS ${stamp})
+  add_dependencies(${target} layer_check_${name})
 endfunction()

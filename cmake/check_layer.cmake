@@ -1,13 +1,31 @@
 cmake_minimum_required(VERSION 3.20)
 # Run by camrelay_check_layer: fails when a file of layer LAYER includes a
-# folder that is not in ALLOWED (comma-separated).
+# folder that is not in ALLOWED (comma-separated). An include is taken in
+# quotes or in angle brackets; one that climbs out of its folder with ".." is
+# refused outright, since it would name a layer without saying which.
 string(REPLACE "," ";" allowed "${ALLOWED}")
+# The engine's own folders: in angle brackets only these are ours, anything
+# else (<boost/...>, <gtest/...>) belongs to a library.
+set(ours camrelay common store files link requests panel component host com platform)
 file(STRINGS ${FILE_LIST} files)
 set(failed "")
 foreach(source ${files})
-  file(STRINGS ${source} includes REGEX "^[ \t]*#[ \t]*include[ \t]+\"[A-Za-z0-9_]+/")
+  file(STRINGS ${source} includes REGEX "^[ \t]*#[ \t]*include[ \t]*[\"<]")
   foreach(line ${includes})
-    string(REGEX REPLACE "^[ \t]*#[ \t]*include[ \t]+\"([A-Za-z0-9_]+)/.*" "\\1" folder "${line}")
+    string(REGEX REPLACE "^[ \t]*#[ \t]*include[ \t]*([\"<])([^\">]*)[\">].*" "\\1;\\2" parsed "${line}")
+    list(GET parsed 0 quote)
+    list(GET parsed 1 path)
+    if(path MATCHES "(^|/)\\.\\.(/|$)")
+      string(APPEND failed "\n  ${source}: includes ${path}, a path that climbs out of its folder")
+      continue()
+    endif()
+    if(NOT path MATCHES "^([A-Za-z0-9_-]+)/")
+      continue()
+    endif()
+    set(folder ${CMAKE_MATCH_1})
+    if(quote STREQUAL "<" AND NOT folder IN_LIST ours)
+      continue()
+    endif()
     if(NOT folder IN_LIST allowed)
       string(APPEND failed "\n  ${source}: includes ${folder}/, which the ${LAYER} layer may not use")
     endif()

@@ -9,15 +9,87 @@
 //   link/receive.cpp      receive dispatcher and login (Winsock_Cisei)
 //   link/timeout.cpp      reply timer, "BS" and "OK" from the unit
 //   link/reception.cpp    data packets, media files, "12"
+//   link/frm_database.cpp OpenDB, CloseDB, StringaConnDB
 //   requests/queue.cpp    AddRichiesta, RemoveRichiesta, ReadRichiesta
 //   requests/operations.cpp  the device operations
 //   requests/preview.cpp  live preview and playback
-//   store/frm_database.cpp   OpenDB, CloseDB, StringaConnDB
 //   panel/panel.cpp       the hand-typed send row
+// What each transfer type means (its operation, states, intervals, busy
+// policy, attempts) is one row of kTransferTypes in link/codes.h.
 //
 // Every handler may run inside another (a socket handler serves the next
 // request, which sends, ...). Nothing here ever destroys the frmClient: the
 // owner does that from a fresh turn of the loop.
+//
+// STATE MAP. Stato is cNoOperation (idle) or the state of the exchange in
+// flight. Every change, and the function that makes it:
+//
+//   idle -> the type's `accepted` state     an operation sends its opening:
+//                                           Send (requests/operations.cpp),
+//                                           AttivaPreview for "08" (silently)
+//   idle -> idle                            RichiestaDiConnessione: the login
+//                                           has no state of its own
+//   any  -> the accepted type's state       Winsock_Cisei / AdoptType, on the
+//                                           unit's "AA" (receive.cpp)
+//   "08"/"09" state -> cRichiestaPreView    Winsock_RicevutoAttendi on "BS"
+//   "52" state -> cRichiestaStringa         (timeout.cpp), by the row's
+//   "57" state -> cRichiestaStreamImage     busy.becomes
+//   download state -> its `completed`       CompleteTransfer (reception.cpp),
+//                    -> idle                WinSock_DownloadMedia,
+//                                           CompletePreviewImage (preview.cpp);
+//                                           the completed state is raised and
+//                                           left at once
+//   upload state -> cTrasmissioneOK -> idle Winsock_RicevutoPacchetto on the
+//                                           last "OK" (not for the uploads
+//                                           whose row completes nothing)
+//   any -> cConnessioneRifiutata -> idle    PasswordRefused on the second "PW"
+//   any -> idle                             PasswordRefused on the first "PW"
+//                                           of a scrambled code; CheckEndOfTransfer
+//                                           on "13" type "00" or an empty rest;
+//                                           EndLogin; GiveUp at the retry limit
+//                                           (timeout.cpp); Retry on an empty
+//                                           queue; SendTables with nothing to
+//                                           send; ReadRichiesta before a TCP
+//                                           connect; Winsock1_Close; Winsock1_Error
+//                                           10053/10054 (lifecycle.cpp); clsClient
+//                                           on Connetti and AnnullaRichiesta
+//   any -> cTrasmettiStreamImageReq         DownLoadStreamImage, which leaves the
+//                                           queue at once; the link serves other
+//                                           requests meanwhile
+//
+// Whoever leaves a state for idle calls EndRequest or ReadRichiesta, so the
+// next request is served; AddRichiesta serves at once when idle or in the two
+// stream-image states, RemoveRichiesta only when idle.
+//
+// THE LINK RECORD, field by field (below, after the public variables):
+//   sBufferRicezione  TCP bytes after the last whole frame; emptied on connect
+//   bAttesaRisposta   true from a send until the next message arrives
+//   bAttesaFine       after a timer probe: only the unit's "13" gets through
+//   sTipoArrivo       type of the transfer in hand ("00": none, or the login)
+//   nPacchetti        download: packets collected (the next slot for whole
+//                     packets); media: packets seen, from 1
+//   StringaInviata    upload: index of the next element of StringaPar to send
+//   StringaPar        upload: the messages to send, 0 the opening; download:
+//                     slots 0..N for the packets the acceptance announced
+//   bytesInTransfer   bytes held in StringaPar by the download, bounded
+//   foreignDatagrams  datagrams dropped for not coming from the unit
+//   sTipoRichiesta    type of the request being served (the head's Tipo)
+//   TentativiRicezione the second retry counter: reset per request, unused
+//   Richieste         the queue; element 0 is empty, the head is element 1
+//   RichiesteRifiutate duplicates refused so far
+//   lastOutcome       why the last request left the queue (Status())
+//   bPwdCryptedAccettata  the unit took the scrambled code: a "PW" is final
+//   bReportPwdCrypted report the scrambled code's fate on OnDebug
+//   sStringaConnDB, sCurrDir  database and working folder
+//   NomeFileMultimedia, ComandoPlayback, ImagePreview, ProgressoMultimedia
+//                     the media file or video played, the playback command in
+//                     force, the last preview image, the media percentage
+//   TimeOutLungo, TimeOutBreve, Timing  the reply intervals of the transport,
+//                     and the host's overrides WskProtocol applies
+// and among the public variables: TentativiTimeOut (attempts of the exchange
+// in flight), TentativiTimeOutMax (the transport's limit), Stato (above),
+// StringaErroreConnessione (last link error), StringaRicevuta (the last
+// command string from the unit).
 #pragma once
 
 #include <cstdint>
@@ -29,7 +101,6 @@
 
 #include "camrelay/enums.h"
 #include "camrelay/status.h"
-#include "link/codes.h"
 #include "common/debug_sink.h"
 #include "link/platform.h"
 #include "panel/panel_model.h"
@@ -214,7 +285,7 @@ class frmClient : public DebugSink {
   // The reply timer gave up on a preview request ("08" or "09").
   void ResumePreviewAfterGiveUp();
 
-  // ---- Local database (store/frm_database.cpp). -----------------------------
+  // ---- Local database (link/frm_database.cpp). ------------------------------
   void OpenDB();
   void CloseDB();
   std::string StringaConnDB() const;

@@ -46,7 +46,7 @@ void frmClient::Form_Load() {
     // item to remove.
     PannelloConnetti("Non connesso", panel::kRed);
     sCurrDir = std::filesystem::current_path().string();
-    sTipoArrivo = "00";
+    sTipoArrivo = std::string(code::Login);
     nPacchetti = 0;
     StringaInviata = 0;
     TentativiTimeOut = 0;
@@ -60,7 +60,7 @@ void frmClient::Form_Unload() {
   IgnoringErrors([&] {
     // A media file cut short by the host is never finished: its partial
     // copy goes with the link.
-    if (Stato == StatoForTipo("56")) DiscardPartialMediaFile(*this);
+    if (Stato == StatoForTipo(tipo::DownloadMedia)) DiscardPartialMediaFile(*this);
     tmrTimeOut->setEnabled(false);
     Winsock1->close();
   });

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "link/codes.h"
 #include "link/frmClient.h"
 #include "link/guard.h"
 #include "link/limits.h"
@@ -204,10 +205,9 @@ void PasswordRefused(frmClient& f, const std::string&) {
 }
 
 void DataPacket(frmClient& f, const std::string& message) {
-  const std::string& t = f.sTipoArrivo;
-  const bool quick = t == "09" || t == "50" || t == "51" || t == "57";
-  f.tmrTimeOut->setInterval(quick ? f.TimeOutBreve : f.TimeOutLungo);
-  if (t == "56")
+  const TransferType& type = TypeOf(f.sTipoArrivo);
+  f.tmrTimeOut->setInterval(type.packet == Interval::Short ? f.TimeOutBreve : f.TimeOutLungo);
+  if (type.payload == Payload::MediaFile)
     f.WinSock_DownloadMedia(message);
   else
     f.WinSock_Download(message);
@@ -261,36 +261,16 @@ Acceptance ParseAcceptance(const std::string& text) {
   return a;
 }
 
-bool IsUploadState(int stato) {
-  switch (stato) {
-    case cTrasmettiWave: case cTrasmettiAggiornamento: case cTrasmettiProg: case cTrasmettiProgCamEvents:
-    case cTrasmettiInstallCode: case cTrasmettiUserCode: case cTrasmettiPreviewEnable: case cTrasmettiStringa:
-    case cTrasmettiStringaReq: case cTrasmettiStreamImageReq:
-      return true;
-    default:
-      return false;
-  }
-}
+bool IsUploadState(int stato) { return TypeInState(stato).direction == Direction::Upload; }
 
+// A preview image being reported still belongs to the preview's download.
 bool IsDownloadState(int stato) {
-  switch (stato) {
-    case cRichiestaProg: case cRichiestaWave: case cRichiestaLog: case cRichiestaCancellaLog:
-    case cRichiestaCancellaPrimaLog: case cRichiestaStringa: case cRichiestaStreamImage: case cRichiestaPreView:
-    case cRicezionePreViewOK: case cRichiestaCamEvents: case cRichiestaProgCamEvents: case cRichiestaMultimedia:
-      return true;
-    default:
-      return false;
-  }
+  return TypeInState(stato).direction == Direction::Download || stato == cRicezionePreViewOK;
 }
 
 // The exchanges that expect a prompt answer get the short interval.
 bool DownloadWaitsBriefly(int stato) {
-  switch (stato) {
-    case cRichiestaPreView: case cRicezionePreViewOK: case cRichiestaStringa: case cRichiestaStreamImage:
-      return true;
-    default:
-      return false;
-  }
+  return TypeInState(stato).reply == Interval::Short || stato == cRicezionePreViewOK;
 }
 
 long long AnnouncedPackets(const Acceptance& a) { return a.valid ? std::max(0LL, LeadingNumber(a.count)) : 0; }
@@ -317,7 +297,7 @@ void AdoptType(frmClient& f, const std::string& tipo) {
   }
   f.sTipoArrivo = tipo;
   f.Stato = *stato;
-  if (tipo == "56") f.ProgressoMultimedia = 0;
+  if (TypeOf(tipo).payload == Payload::MediaFile) f.ProgressoMultimedia = 0;
 }
 
 void LoginAnswered(frmClient& f, const Acceptance& a) {
@@ -342,8 +322,9 @@ void StartDownload(frmClient& f, const std::string& text, const Acceptance& a) {
   f.StringaPar.assign(static_cast<std::size_t>(n) + 1, std::string());
   f.bytesInTransfer = 0;
   const std::string tipo = f.sTipoArrivo;
+  const Payload payload = TypeOf(tipo).payload;
   const std::string ack = std::string(code::Ack) + std::string(kSep) + tipo;
-  if (tipo == "09" || tipo == "51" || tipo == "58") {
+  if (payload == Payload::Image || payload == Payload::Command) {
     // The acceptance itself is packet 0.
     f.StringaPar[0] = text;
     f.nPacchetti = 1;
@@ -352,12 +333,12 @@ void StartDownload(frmClient& f, const std::string& text, const Acceptance& a) {
       f.TrasmettiStringa(ack);
     else
       CompleteTransfer(f, tipo);
-  } else if (tipo == "56") {
+  } else if (payload == Payload::MediaFile) {
     // Every acceptance starts the file from its first packet.
     DiscardPartialMediaFile(f);
     if (n > 0) f.nPacchetti = 1;
     f.TrasmettiStringa(ack);
-  } else if (tipo == "06") {
+  } else if (payload == Payload::Voice) {
     f.TrasmettiStringa(ack);
     // The opening element of the voice layout follows the acceptance, or the
     // acceptance, "AA{}N{}06", is that element itself.

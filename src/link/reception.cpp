@@ -11,6 +11,7 @@
 
 #include "files/safe_name.h"
 #include "files/voice.h"
+#include "link/codes.h"
 #include "link/frmClient.h"
 #include "link/guard.h"
 #include "link/limits.h"
@@ -24,18 +25,16 @@ namespace fs = std::filesystem;
 
 bool IsDataPacket(const std::string& message) { return message.compare(0, 2, kSep) == 0; }
 
-bool IsImageType(const std::string& tipo) { return tipo == "09" || tipo == "58"; }
+bool IsImageType(const std::string& tipo) { return TypeOf(tipo).payload == Payload::Image; }
 
 // The state a completed download reports; none for the types that report
-// nothing (the erase of the first log, or a type no download uses).
+// nothing (the erase of the first log, or a type no download uses). A media
+// file reports its end itself, once the file is in place.
 std::optional<int> CompletionState(const std::string& tipo) {
-  if (tipo == "02") return cRicezioneProgOK;
-  if (tipo == "03" || tipo == "04") return cRicezioneLogOK;
-  if (tipo == "06") return cRicezioneWaveOK;
-  if (tipo == "51") return cRicezioneStringaOK;
-  if (tipo == "53") return cRicezioneCamEventsOK;
-  if (tipo == "54") return cRicezioneProgCamEventsOK;
-  return std::nullopt;
+  const TransferType& type = TypeOf(tipo);
+  if (type.direction != Direction::Download || type.payload == Payload::MediaFile) return std::nullopt;
+  if (type.completed == cNoOperation) return std::nullopt;
+  return type.completed;
 }
 
 }  // namespace
@@ -48,11 +47,12 @@ void CompleteTransfer(frmClient& form, const std::string& tipo) {
     form.CompletePreviewImage();
     return;
   }
-  if (tipo == "02") {
+  const Payload payload = TypeOf(tipo).payload;
+  if (payload == Payload::Programming) {
     store::SaveVideoSentrovaDB(form.StringaPar, form.Database(), &form);
-  } else if (tipo == "06") {
+  } else if (payload == Payload::Voice) {
     store::SaveMessaggiWave(form.StringaPar, fs::path(form.BaseDir()) / "Audio", &form);
-  } else if (tipo == "51") {
+  } else if (payload == Payload::Command) {
     form.StringaRicevuta =
         CreaStringaComando(form.StringaPar, form.IsTCP() ? sckTCPProtocol : sckUDPProtocol, &form);
   }
@@ -228,7 +228,8 @@ void frmClient::WinSock_Download(const std::string& Stringa) {
     // Every packet is acknowledged, even one about to be dropped: the unit
     // waits for the acknowledgement before it sends anything else.
     TrasmettiStringa(std::string(code::Ack));
-    if (sTipoArrivo == "06" || sTipoArrivo == "51")
+    const Payload payload = TypeOf(sTipoArrivo).payload;
+    if (payload == Payload::Voice || payload == Payload::Command)
       CollectWhole(*this, Stringa);
     else if (IsImageType(sTipoArrivo))
       CollectImagePiece(*this, Stringa);
@@ -257,7 +258,7 @@ void frmClient::Winsock_ResendAll(const std::string& Stringa) {
 // N packets bring N - 1 packets of data: the last one only closes the run.
 void frmClient::WinSock_DownloadMedia(const std::string& Stringa) {
   GuardedWithState(*this, "WinSock_DownloadMedia", [&] {
-    if (!IsDataPacket(Stringa) || sTipoArrivo != "56" || nPacchetti <= 0) return;
+    if (!IsDataPacket(Stringa) || TypeOf(sTipoArrivo).payload != Payload::MediaFile || nPacchetti <= 0) return;
     const int last = UboundStringaPar();
     if (nPacchetti <= last) TrasmettiStringa(std::string(code::Ack));
     ++nPacchetti;

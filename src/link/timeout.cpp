@@ -3,6 +3,7 @@
 // wait; "OK" releases the next packet of an upload.
 #include <algorithm>
 
+#include "link/codes.h"
 #include "link/frmClient.h"
 #include "link/guard.h"
 #include "link/reception.h"
@@ -16,53 +17,25 @@ constexpr int kMediaAttempts = 25;
 // How long a busy unit is given, on either transport.
 constexpr int kBusyInterval = 60000;
 
-// Requests the unit has taken and is still working on: it is told to be patient.
-bool BusyWithRequest(int stato) {
-  switch (stato) {
-    case cRichiestaProg: case cRichiestaWave: case cRichiestaLog: case cRichiestaCancellaLog:
-    case cRicezionePreViewOK: case cTrasmettiStringa: case cRichiestaCamEvents: case cRichiestaProgCamEvents:
-    case cRichiestaCancellaPrimaLog:
-      return true;
-    default:
-      return false;
-  }
-}
-
-// While the unit stores a firmware update or voice messages it may take any
-// time.
-bool WaitsWithoutLimit(int stato) {
-  return stato == cTrasmettiAggiornamento || stato == cTrasmettiWave || stato == cRichiestaWave;
-}
-
-bool BusyWaitsBriefly(int stato) {
-  switch (stato) {
-    case cRichiestaPreView: case cRichiestaStringa: case cTrasmettiStringa: case cRichiestaStreamImage:
-      return true;
-    default:
-      return false;
-  }
+// What "BS" means in a state. A preview image being reported counts as a
+// request the unit is still working on.
+Busy BusyIn(int stato) {
+  if (stato == cRicezionePreViewOK) return {cNoOperation, cRichiestaOKAndBusy, BusyWait::AMinute};
+  return TypeInState(stato).busy;
 }
 
 bool UploadWaitsBriefly(int stato) {
-  switch (stato) {
-    case cTrasmettiStringa: case cTrasmettiStringaReq: case cTrasmettiStreamImageReq: case cTrasmettiPreviewEnable:
-      return true;
-    default:
-      return false;
-  }
+  const TransferType& type = TypeInState(stato);
+  return type.direction == Direction::Upload && type.reply == Interval::Short;
 }
 
 // The preview, the command strings and the stream image are not reported as
 // a finished upload: what matters to the host is the unit's answer, or the
-// string itself.
+// string itself. The preview's own download states count as the preview.
 bool EndsWithAnswer(int stato) {
-  switch (stato) {
-    case cTrasmettiPreviewEnable: case cRichiestaPreView: case cRicezionePreViewOK: case cTrasmettiStringa:
-    case cTrasmettiStringaReq: case cTrasmettiStreamImageReq:
-      return true;
-    default:
-      return false;
-  }
+  const TransferType& type = TypeInState(stato);
+  return (type.direction == Direction::Upload && type.completed == cNoOperation) ||
+         stato == cRichiestaPreView || stato == cRicezionePreViewOK;
 }
 
 // The counter climbs one by one to the limit. A login starts it three short
@@ -72,7 +45,7 @@ bool EndsWithAnswer(int stato) {
 // bound, the larger of the two for media: for the transports' own limits
 // (10, 15) this is the same as testing for equality.
 bool ShouldRetry(const frmClient& f) {
-  const bool media = f.sTipoArrivo == "56" || f.sTipoArrivo == "09";
+  const bool media = TypeOf(f.sTipoArrivo).attempts == Attempts::Media;
   const int limit = media ? std::max(kMediaAttempts, f.TentativiTimeOutMax) : f.TentativiTimeOutMax;
   return f.TentativiTimeOut < limit;
 }
@@ -114,14 +87,15 @@ void GiveUp(frmClient& f) {
   f.bAttesaFine = false;
   f.Stato = cNoOperation;
   // A lost preview image is not worth an error: the next one is on its way.
-  if (f.sTipoArrivo != "09") {
+  const TransferType& type = TypeOf(f.sTipoArrivo);
+  if (type.reportsGiveUp) {
     f.StringaErroreConnessione = "Raggiunto il numero massimo di tentativi.";
     f.RaiseStato(cErroreConnessione);
   }
   const std::string tipo = f.sTipoArrivo;
-  if (tipo == "56") DiscardPartialMediaFile(f);
+  if (type.payload == Payload::MediaFile) DiscardPartialMediaFile(f);
   f.EndRequest(RequestOutcome::RetriesExhausted);
-  if (tipo == "09" || tipo == "08") f.ResumePreviewAfterGiveUp();
+  if (type.preview) f.ResumePreviewAfterGiveUp();
   f.PannelloConnetti("Non connesso", panel::kRed);
 }
 
@@ -147,24 +121,23 @@ void frmClient::tmrTimeOut_Timer() {
 void frmClient::Winsock_RicevutoAttendi(const std::string&) {
   GuardedWithState(*this, "Winsock_RicevutoAttendi", [&] {
     if (IsTCP()) TrasmettiStringa(std::string(code::Busy) + std::string(kSep) + sTipoArrivo);
-    if (Stato == cTrasmettiPreviewEnable || Stato == cRichiestaPreView)
-      Stato = cRichiestaPreView;
-    else if (Stato == cTrasmettiStringaReq)
-      Stato = cRichiestaStringa;
-    else if (Stato == cTrasmettiStreamImageReq)
-      Stato = cRichiestaStreamImage;
-    else if (BusyWithRequest(Stato))
-      RaiseStato(cRichiestaOKAndBusy);
+    // A preview, a command request or a stream request that the unit is busy
+    // with has been taken: its answer is what is awaited now.
+    const Busy busy = BusyIn(Stato);
+    if (busy.becomes != cNoOperation)
+      Stato = busy.becomes;
     else if (Stato != cNoOperation)
-      RaiseStato(cTrasmissioneOKAndBusy);
+      RaiseStato(busy.reported);
 
-    // Wait for the unit's next message without a limit; the echo above armed
-    // the timer.
-    if (WaitsWithoutLimit(Stato)) {
+    // While the unit stores a firmware update or voice messages it may take
+    // any time: wait for its next message without a limit; the echo above
+    // armed the timer.
+    const BusyWait wait = BusyIn(Stato).wait;
+    if (wait == BusyWait::NoLimit) {
       tmrTimeOut->setEnabled(false);
       return;
     }
-    tmrTimeOut->setInterval(BusyWaitsBriefly(Stato) ? TimeOutBreve : kBusyInterval);
+    tmrTimeOut->setInterval(wait == BusyWait::Briefly ? TimeOutBreve : kBusyInterval);
     if (ShowCamRelay) {
       Panel.LblTimeOut = "Durata TimeOut BS: " + std::to_string(tmrTimeOut->interval()) + "ms";
       Panel.LblStato = "Stato corrente: " + std::to_string(Stato);

@@ -1,6 +1,7 @@
 // Framing and sending of messages, and the packet array's accessors.
 #include <algorithm>
 
+#include "link/codes.h"
 #include "link/frmClient.h"
 #include "link/guard.h"
 
@@ -90,7 +91,7 @@ std::pair<int, int> TransferProgress(const frmClient& form) {
   // its packets as they arrive; other downloads fill their slots in any order.
   int done = PacketsHeld(form);
   if (IsUploadType(form.sTipoArrivo)) done = form.StringaInviata - 1;
-  else if (form.sTipoArrivo == "56") done = form.nPacchetti - 1;
+  else if (TypeOf(form.sTipoArrivo).payload == Payload::MediaFile) done = form.nPacchetti - 1;
   return {std::clamp(done, 0, expected), expected};
 }
 

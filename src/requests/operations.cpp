@@ -4,10 +4,12 @@
 // (receive dispatcher, reply timer).
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 
 #include "files/firmware.h"
 #include "files/safe_name.h"
 #include "files/voice.h"
+#include "link/codes.h"
 #include "link/frmClient.h"
 #include "link/guard.h"
 #include "requests/crypt.h"
@@ -44,6 +46,12 @@ void Send(frmClient& f, int stato, int interval) {
   f.bAttesaRisposta = true;
 }
 
+// As above, in the state and with the reply interval of the type's row.
+void Send(frmClient& f, std::string_view tipo) {
+  const TransferType& type = TypeOf(tipo);
+  Send(f, type.accepted, type.reply == Interval::Short ? f.TimeOutBreve : f.TimeOutLungo);
+}
+
 // The operations that are a single packet with nothing after the code but
 // `tail`.
 void SendSingle(frmClient& f, std::string_view code, int stato, const std::string& tail = {}) {
@@ -51,12 +59,17 @@ void SendSingle(frmClient& f, std::string_view code, int stato, const std::strin
   Send(f, stato, f.TimeOutLungo);
 }
 
+void SendSingle(frmClient& f, std::string_view tipo, const std::string& tail = {}) {
+  f.StringaPar.assign(1, Opening(f, 0, tipo) + tail);
+  Send(f, tipo);
+}
+
 // Each chunk travels as "{}" chunk CR LF: the separator and the line end are
 // what the receiving side strips when it joins the chunks again. On TCP the
 // first chunk rides in the opening packet, right after the access code; on
 // UDP the opening packet carries only the code, the chunks follow one per
 // packet and a lone "{}" closes the run.
-void SendCommand(frmClient& f, std::string_view code, int stato, const std::string& command) {
+void SendCommand(frmClient& f, std::string_view code, const std::string& command) {
   const bool tcp = f.IsTCP();
   const std::size_t size = tcp ? kCommandChunkTCP : kCommandChunkUDP;
   const std::size_t n = std::max<std::size_t>(1, (command.size() + size - 1) / size);
@@ -73,7 +86,7 @@ void SendCommand(frmClient& f, std::string_view code, int stato, const std::stri
     for (std::size_t i = 1; i <= n; ++i) f.StringaPar[i] = chunk(i - 1);
     f.StringaPar[n + 1] = std::string(kSep);
   }
-  Send(f, stato, f.TimeOutBreve);
+  Send(f, code);
 }
 
 // A request that cannot be served is dropped, so that the queue goes on.
@@ -84,24 +97,26 @@ void DropRequest(frmClient& f, const std::string& report) {
 
 // The new code travels as element 1, "{}" code CR LF, and a lone "{}" closes
 // the run as it closes every other multi-packet upload.
-void SendNewCode(frmClient& f, std::string_view code, int stato, const std::string& procedure) {
+void SendNewCode(frmClient& f, std::string_view code, const std::string& procedure) {
   if (f.NewStringaPassWord.empty()) {
     DropRequest(f, procedure + ": no new code to send; request dropped");
     return;
   }
   f.StringaPar = {Opening(f, 2, code), std::string(kSep) + f.NewStringaPassWord + std::string(kCrLf),
                   std::string(kSep)};
-  Send(f, stato, f.TimeOutLungo);
+  Send(f, code);
 }
 
 }  // namespace
 
+// The login opens with the type of its answer, "00", and has no state of its
+// own.
 void frmClient::RichiestaDiConnessione() {
-  Guarded(*this, "RichiestaDiConnessione", [&] { SendSingle(*this, code::Login, cNoOperation); });
+  Guarded(*this, "RichiestaDiConnessione", [&] { SendSingle(*this, tipo::LoginAnswer, cNoOperation); });
 }
 
 void frmClient::DownLoadProgrammazione() {
-  Guarded(*this, "DownLoadProgrammazione", [&] { SendSingle(*this, "02", cRichiestaProg); });
+  Guarded(*this, "DownLoadProgrammazione", [&] { SendSingle(*this, tipo::DownloadProg); });
 }
 
 void frmClient::DownloadLog(const std::string& codice) {
@@ -112,21 +127,21 @@ void frmClient::DownloadLog(const std::string& codice) {
 // carry no code at all, and those are downloads: "04".
 void frmClient::CancellazioneDelLog(const std::string& codice) {
   Guarded(*this, "CancellazioneDelLog", [&] {
-    const std::string code = codice.empty() ? "04" : codice;
-    SendSingle(*this, code, code == "03" ? cRichiestaCancellaLog : cRichiestaLog);
+    const std::string code = codice.empty() ? std::string(tipo::DownloadLog) : codice;
+    SendSingle(*this, code, code == tipo::EraseLog ? cRichiestaCancellaLog : cRichiestaLog);
   });
 }
 
 void frmClient::CancellaPrimaIlLog() {
-  Guarded(*this, "CancellaPrimaIlLog", [&] { SendSingle(*this, "11", cRichiestaCancellaPrimaLog); });
+  Guarded(*this, "CancellaPrimaIlLog", [&] { SendSingle(*this, tipo::EraseFirstLog); });
 }
 
 void frmClient::DownloadCamEvents() {
-  Guarded(*this, "DownloadCamEvents", [&] { SendSingle(*this, "53", cRichiestaCamEvents); });
+  Guarded(*this, "DownloadCamEvents", [&] { SendSingle(*this, tipo::DownloadCamEvents); });
 }
 
 void frmClient::DownloadProgCamEvents() {
-  Guarded(*this, "DownloadProgCamEvents", [&] { SendSingle(*this, "54", cRichiestaProgCamEvents); });
+  Guarded(*this, "DownloadProgCamEvents", [&] { SendSingle(*this, tipo::DownloadProgCamEvents); });
 }
 
 // The file is written below the working folder under the name asked for, so
@@ -138,18 +153,18 @@ void frmClient::DownloadMultimediaFile(const std::string& fileName) {
       return;
     }
     NomeFileMultimedia = fileName;
-    SendSingle(*this, "56", cRichiestaMultimedia, std::string(kSep) + fileName);
+    SendSingle(*this, tipo::DownloadMedia, std::string(kSep) + fileName);
   });
 }
 
 void frmClient::DownLoadMessaggiWave() {
   Guarded(*this, "DownLoadMessaggiWave", [&] {
-    StringaPar.assign(1, Opening(*this, 0, "06"));
+    StringaPar.assign(1, Opening(*this, 0, tipo::DownloadWave));
     if (ShowCamRelay) {
       panel::AppendLogLine(Panel.txtTxData, StringaPar[0]);
       panel::AppendLogLine(Panel.txtRxData, StringaPar[0]);
     }
-    Send(*this, cRichiestaWave, TimeOutLungo);
+    Send(*this, tipo::DownloadWave);
   });
 }
 
@@ -157,33 +172,37 @@ void frmClient::DownLoadMessaggiWave() {
 // at once, so the link serves other requests while the image travels.
 void frmClient::DownLoadStreamImage(const std::string& camera) {
   Guarded(*this, "DownLoadStreamImage", [&] {
-    StringaPar.assign(1, Opening(*this, 0, "57") + std::string(kSep) + camera + std::string(kCrLf));
+    StringaPar.assign(1, Opening(*this, 0, tipo::StreamImageRequest) + std::string(kSep) + camera + std::string(kCrLf));
     // In the new state the removal does not serve the next request yet.
-    SetStatoAndRaise(cTrasmettiStreamImageReq);
+    SetStatoAndRaise(TypeOf(tipo::StreamImageRequest).accepted);
     EndRequest(RequestOutcome::Completed);
-    Send(*this, cTrasmettiStreamImageReq, TimeOutBreve);
+    Send(*this, tipo::StreamImageRequest);
   });
 }
 
 void frmClient::DownLoadStrCommand(const std::string& command) {
-  Guarded(*this, "DownLoadStrCommand", [&] { SendCommand(*this, "52", cTrasmettiStringaReq, command); });
+  Guarded(*this, "DownLoadStrCommand", [&] { SendCommand(*this, tipo::RequestCommand, command); });
 }
 
 void frmClient::UploadStrCommand(const std::string& command) {
-  Guarded(*this, "UploadStrCommand", [&] { SendCommand(*this, "50", cTrasmettiStringa, command); });
+  Guarded(*this, "UploadStrCommand", [&] { SendCommand(*this, tipo::SendCommand, command); });
 }
 
 namespace {
 
 // A payload built from tables that could not be read (no database) is not
 // sent: the builder has reported why, and the queue goes on.
-void SendTables(frmClient& f, int stato, int interval) {
+// The camera-event programming is opened with the short interval.
+void SendTables(frmClient& f, std::string_view tipo, std::optional<int> interval = std::nullopt) {
   if (f.UboundStringaPar() < 1) {
     f.Stato = cNoOperation;
     f.EndRequest(RequestOutcome::NotSent);
     return;
   }
-  Send(f, stato, interval);
+  if (interval)
+    Send(f, TypeOf(tipo).accepted, *interval);
+  else
+    Send(f, tipo);
 }
 
 }  // namespace
@@ -191,14 +210,14 @@ void SendTables(frmClient& f, int stato, int interval) {
 void frmClient::UpLoadProgrammazione() {
   Guarded(*this, "UpLoadProgrammazione", [&] {
     store::LoadDataFromDB(StringaPar, Database(), this, AccessCode(*this));
-    SendTables(*this, cTrasmettiProg, TimeOutLungo);
+    SendTables(*this, tipo::UploadProg);
   });
 }
 
 void frmClient::UpLoadProgCamEvents() {
   Guarded(*this, "UpLoadProgCamEvents", [&] {
     store::LoadProgCamEventsFromDB(StringaPar, Database(), this, AccessCode(*this));
-    SendTables(*this, cTrasmettiProgCamEvents, TimeOutBreve);
+    SendTables(*this, tipo::UploadProgCamEvents, TimeOutBreve);
   });
 }
 
@@ -213,7 +232,7 @@ void frmClient::UpLoadMessaggiWave(const std::string& fileName) {
     std::filesystem::path folder = std::filesystem::path(BaseDir()) / "Audio";
     if (!fileName.empty()) folder /= fileName;
     store::LoadMessaggiWave(StringaPar, Database(), this, AccessCode(*this), folder);
-    Send(*this, cTrasmettiWave, TimeOutLungo);
+    Send(*this, tipo::UploadWave);
   });
 }
 
@@ -222,17 +241,17 @@ void frmClient::UpLoadAggiornamento(const std::string& fileName) {
   Guarded(*this, "UpLoadAggiornamento", [&] {
     store::LoadFileAgg(StringaPar, this, AccessCode(*this), fileName);
     if (ShowCamRelay) panel::AppendLogLine(Panel.txtTxData, StringaPar[0]);
-    Send(*this, cTrasmettiAggiornamento, TimeOutLungo);
+    Send(*this, tipo::UploadFirmware);
   });
 }
 
 void frmClient::UploadCodInstallatore() {
   Guarded(*this, "UploadCodInstallatore",
-          [&] { SendNewCode(*this, "07", cTrasmettiInstallCode, "UploadCodInstallatore"); });
+          [&] { SendNewCode(*this, tipo::UploadInstallerCode, "UploadCodInstallatore"); });
 }
 
 void frmClient::UploadCodUtente() {
-  Guarded(*this, "UploadCodUtente", [&] { SendNewCode(*this, "14", cTrasmettiUserCode, "UploadCodUtente"); });
+  Guarded(*this, "UploadCodUtente", [&] { SendNewCode(*this, tipo::UploadUserCode, "UploadCodUtente"); });
 }
 
 }  // namespace camrelay::link

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "link/codes.h"
 #include "link/frmClient.h"
 #include "link/guard.h"
 #include "requests/opening.h"
@@ -90,9 +91,9 @@ void frmClient::AttivaPreview(const std::string& arg) {
     // element of its own, followed by the closing element.
     const std::string request = std::string(kSep) + what + std::string(kCrLf);
     if (IsTCP())
-      StringaPar = {Opening(*this, 0, "08") + request};
+      StringaPar = {Opening(*this, 0, tipo::Preview) + request};
     else
-      StringaPar = {Opening(*this, 2, "08"), request, std::string(kSep)};
+      StringaPar = {Opening(*this, 2, tipo::Preview), request, std::string(kSep)};
     // The preview changes state silently: a cycle would otherwise raise an
     // event for every image.
     Stato = cTrasmettiPreviewEnable;
@@ -115,7 +116,7 @@ void frmClient::AcquisisciNextPreview() {
       if (k >= kCameras) k = 0;
       if ((VideoCiclePreview & (1 << k)) == 0) continue;
       NCamPreviewDownloaded = k + 1;
-      AddRichiesta("08", std::to_string(NCamPreviewDownloaded));
+      AddRichiesta(std::string(tipo::Preview), std::to_string(NCamPreviewDownloaded));
       return;
     }
   });
@@ -136,7 +137,7 @@ void frmClient::CompletePreviewImage() {
   tmrTimeOut->setEnabled(false);
   long size = 0;
   CreaStrPreview(size);
-  const bool stream = sTipoArrivo == "58";
+  const bool stream = sTipoArrivo == tipo::StreamImage;
   // Every image that resulted is reported; an answer that merely confirms a
   // command carries none. A size field that is not the byte count is the
   // unit's slip, not a reason to lose the picture.
@@ -173,7 +174,7 @@ void frmClient::ResumePreviewAfterGiveUp() {
     return;
   }
   // A file is open: ask again for what was lost, unless it acts only once.
-  if (!ComandoPlayback.empty() && !IsOneShotCommand(ComandoPlayback)) AddRichiesta("08", ComandoPlayback);
+  if (!ComandoPlayback.empty() && !IsOneShotCommand(ComandoPlayback)) AddRichiesta(std::string(tipo::Preview), ComandoPlayback);
 }
 
 }  // namespace camrelay::link

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "link/codes.h"
 #include "link/frmClient.h"
 #include "link/guard.h"
 
@@ -14,7 +15,7 @@ namespace {
 // Preview requests differ only in their camera or command: one waiting is
 // enough, whatever its argument.
 bool IsDuplicate(const Richiesta& waiting, const std::string& Tipo, const std::string& Parametro) {
-  return waiting.Tipo == Tipo && (waiting.Parametro == Parametro || Tipo == "08" || Tipo == "09");
+  return waiting.Tipo == Tipo && (waiting.Parametro == Parametro || TypeOf(Tipo).onePending);
 }
 
 // The states in which a new request may be served at once: idle, or a stream
@@ -22,34 +23,6 @@ bool IsDuplicate(const Richiesta& waiting, const std::string& Tipo, const std::s
 bool ServesOnAdd(int stato) {
   return stato == cNoOperation || stato == cRichiestaStreamImage || stato == cRicezioneStreamImageOK;
 }
-
-struct Serving {
-  std::string_view tipo;
-  void (*serve)(frmClient&, const std::string& parametro);
-  bool fewRetries;  // login and code changes start with only three retries left
-};
-
-// Tested in this order.
-constexpr Serving kServing[] = {
-    {"AA", [](frmClient& f, const std::string&) { f.RichiestaDiConnessione(); }, true},
-    {"08", [](frmClient& f, const std::string& p) { f.AttivaPreview(p); }, false},
-    {"01", [](frmClient& f, const std::string&) { f.UpLoadProgrammazione(); }, false},
-    {"55", [](frmClient& f, const std::string&) { f.UpLoadProgCamEvents(); }, false},
-    {"02", [](frmClient& f, const std::string&) { f.DownLoadProgrammazione(); }, false},
-    {"04", [](frmClient& f, const std::string& p) { f.CancellazioneDelLog(p); }, false},
-    {"11", [](frmClient& f, const std::string&) { f.CancellaPrimaIlLog(); }, false},
-    {"52", [](frmClient& f, const std::string& p) { f.DownLoadStrCommand(p); }, false},
-    {"53", [](frmClient& f, const std::string&) { f.DownloadCamEvents(); }, false},
-    {"54", [](frmClient& f, const std::string&) { f.DownloadProgCamEvents(); }, false},
-    {"56", [](frmClient& f, const std::string& p) { f.DownloadMultimediaFile(p); }, false},
-    {"50", [](frmClient& f, const std::string& p) { f.UploadStrCommand(p); }, false},
-    {"57", [](frmClient& f, const std::string& p) { f.DownLoadStreamImage(p); }, false},
-    {"05", [](frmClient& f, const std::string& p) { f.UpLoadMessaggiWave(p); }, false},
-    {"10", [](frmClient& f, const std::string& p) { f.UpLoadAggiornamento(p); }, false},
-    {"06", [](frmClient& f, const std::string&) { f.DownLoadMessaggiWave(); }, false},
-    {"07", [](frmClient& f, const std::string&) { f.UploadCodInstallatore(); }, true},
-    {"14", [](frmClient& f, const std::string&) { f.UploadCodUtente(); }, true},
-};
 
 std::string QueueLine(int count, const std::string& Tipo, const std::string& Parametro, int stato) {
   return std::to_string(count) + " - " + Tipo + " - " + Parametro + " - " + std::to_string(stato);
@@ -93,7 +66,7 @@ void frmClient::RemoveRichiesta(int Indice) {
       Richieste.assign(1, Richiesta{});
       // The queue ran dry: the preview cycle, if one is on, takes the link
       // again, unless the request just served was itself a preview.
-      if (sTipoRichiesta != "09" && VideoCiclePreview >= 1 && sTipoRichiesta != "08") AcquisisciNextPreview();
+      if (!TypeOf(sTipoRichiesta).preview && VideoCiclePreview >= 1) AcquisisciNextPreview();
     }
     if (Stato == cNoOperation) ReadRichiesta();
   });
@@ -123,11 +96,11 @@ void frmClient::ReadRichiesta() {
       return;
     }
     sTipoRichiesta = head.Tipo;
-    const auto row = std::find_if(std::begin(kServing), std::end(kServing),
-                                  [&](const Serving& s) { return s.tipo == head.Tipo; });
-    if (row == std::end(kServing)) return;  // no operation serves it: it stays at the head
-    if (row->fewRetries) TentativiTimeOut = static_cast<std::int16_t>(TentativiTimeOutMax - 3);
-    row->serve(*this, head.Parametro);
+    const TransferType& type = TypeOf(head.Tipo);
+    if (!type.serve) return;  // no operation serves it: it stays at the head
+    // The login and the code changes start with only three retries left.
+    if (type.attempts == Attempts::ThreeLeft) TentativiTimeOut = static_cast<std::int16_t>(TentativiTimeOutMax - 3);
+    type.serve(*this, head.Parametro);
   });
 }
 

@@ -1,14 +1,15 @@
 // The conversation with the unit: cutting messages out of the TCP stream, the
-// acceptance of each transfer type, the login's answers, the end-of-transfer
-// wait; silence, retries and the give-up; the unit's "BS" and "OK".
+// opening and acceptance of each transfer type, the login's answers, the
+// end-of-transfer wait; silence, retries and the give-up; the unit's "BS" and
+// "OK". Each exchange is played as a script (tests/support/exchange.h).
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "link/codes.h"
-#include "link_fixture.h"
+#include "exchange.h"
 
 namespace camrelay::test {
 namespace {
@@ -27,13 +28,6 @@ void Serve(LinkFixture& t, const Strings& tipi, const std::string& parametro = "
   if (t.socket().protocol() == sckTCPProtocol) t.connect();
   if (!acceptance.empty()) t.unitSends(acceptance);
   t.clearRecords();
-}
-
-// Fires the reply timer for as long as a request of this type is at the head.
-int FireWhileServing(LinkFixture& t, const std::string& tipo) {
-  int fires = 0;
-  while (fires < 100 && t.form().QueueLength() > 0 && t.form().Richieste[1].Tipo == tipo && t.timer().fire()) ++fires;
-  return fires;
 }
 
 // Garbage, with the start of a marker in it, then the login answer and the
@@ -95,36 +89,124 @@ TEST(TcpFrames, AFrameCutShortByTheUnitClosingIsForgottenOnReconnect) {
   EXPECT_EQ(t.form().QueueLength(), 0);
 }
 
-// Every row of the type table: an upload sends its next packet, a download
-// sizes its array and asks for the packets; then a data packet of the type.
-TEST(Acceptance, EachTypeEntersItsStateAndStartsItsTransfer) {
-  for (const auto& row : link::kTipiInOrdine) {
-    const std::string tipo(row.tipo);
-    SCOPED_TRACE(tipo);
+
+// Every type the host can ask for, served on an idle UDP link (access code
+// "123456"): its opening, the state raised, the reply interval; then what a
+// "BS" from the unit does (the state raised, the wait: 0 for none); then the
+// firings a silence takes to the give-up (the login and the code changes
+// start three short of 15, a media file goes on to 25).
+struct Opening {
+  const char *tipo, *parametro, *opening;
+  int stato, interval, busyRaised, busyWait, firings;
+};
+
+void Prepare(link::frmClient& f, const std::string& tipo) {
+  f.OpenDB();
+  f.NewStringaPassWord = "654321";
+  if (tipo == "10") WriteFileBytes(std::filesystem::path(f.CurrDir()) / "update.bin", std::string(3073, 'Z'));
+}
+
+std::string Argument(link::frmClient& f, const Opening& row) {
+  return std::string(row.tipo) == "10" ? (std::filesystem::path(f.CurrDir()) / "update.bin").string() : row.parametro;
+}
+
+TEST(Opening, EachTypeOpensInItsStateMeetsBusyAndGivesUpAtItsLimit) {
+  constexpr int kNone = -1;
+  const Opening rows[] = {
+      {"AA", "", "AA{}0{}00{}123456", kNone, 1000, kNone, 60000, 4},
+      {"02", "", "AA{}0{}02{}123456", cRichiestaProg, 1000, cRichiestaOKAndBusy, 60000, 15},
+      {"04", "", "AA{}0{}04{}123456", cRichiestaLog, 1000, cRichiestaOKAndBusy, 60000, 15},
+      {"04", "03", "AA{}0{}03{}123456", cRichiestaCancellaLog, 1000, cRichiestaOKAndBusy, 60000, 15},
+      {"11", "", "AA{}0{}11{}123456", cRichiestaCancellaPrimaLog, 1000, cRichiestaOKAndBusy, 60000, 15},
+      {"53", "", "AA{}0{}53{}123456", cRichiestaCamEvents, 1000, cRichiestaOKAndBusy, 60000, 15},
+      {"54", "", "AA{}0{}54{}123456", cRichiestaProgCamEvents, 1000, cRichiestaOKAndBusy, 60000, 15},
+      {"06", "", "AA{}0{}06{}123456", cRichiestaWave, 1000, cRichiestaOKAndBusy, 0, 15},
+      {"56", "a.jpg", "AA{}0{}56{}123456{}a.jpg", cRichiestaMultimedia, 1000, cTrasmissioneOKAndBusy, 60000, 15},
+      {"57", "2", "AA{}0{}57{}123456{}2\r\n", cTrasmettiStreamImageReq, 750, kNone, 750, 1},
+      {"52", "x", "AA{}2{}52{}123456", cTrasmettiStringaReq, 750, kNone, 750, 15},
+      {"50", "x", "AA{}2{}50{}123456", cTrasmettiStringa, 750, cRichiestaOKAndBusy, 750, 15},
+      {"08", "2", "AA{}2{}08{}123456", kNone, 750, kNone, 750, 15},
+      {"01", "", "AA{}6{}01{}123456", cTrasmettiProg, 1000, cTrasmissioneOKAndBusy, 60000, 15},
+      {"55", "", "AA{}2{}55{}123456", cTrasmettiProgCamEvents, 750, cTrasmissioneOKAndBusy, 60000, 15},
+      {"07", "", "AA{}2{}07{}123456", cTrasmettiInstallCode, 1000, cTrasmissioneOKAndBusy, 60000, 4},
+      {"14", "", "AA{}2{}14{}123456", cTrasmettiUserCode, 1000, cTrasmissioneOKAndBusy, 60000, 4},
+      {"05", "", "AA{}1{}05{}123456", cTrasmettiWave, 1000, cTrasmissioneOKAndBusy, 0, 15},
+      {"10", "", "AA{}4{}10{}123456", cTrasmettiAggiornamento, 1000, cTrasmissioneOKAndBusy, 0, 15},
+  };
+  for (const auto& row : rows) {
+    const std::string tipo = row.tipo;
+    SCOPED_TRACE(tipo + " " + row.parametro);
+    const Script opening = {Host([&](link::frmClient& f) { Prepare(f, tipo); }),
+                            Host([&](link::frmClient& f) { f.AddRichiesta(tipo, Argument(f, row)); }),
+                            Sends(row.opening)};
     LinkFixture t(sckUDPProtocol);
-    auto& f = t.form();
-    f.StringaPar = {"opening", "first", "second"};
-    f.StringaInviata = 1;
-    f.ProgressoMultimedia = 40;
-    const std::string acceptance = "AA{}3{}" + tipo + "{}S{}x";
-    t.unitSends(acceptance);
-    EXPECT_EQ(f.Stato, row.stato);
-    EXPECT_EQ(t.states, Ints{cConnessioneOK});
-    const bool packetZero = tipo == "09" || tipo == "51" || tipo == "58";  // the acceptance itself
-    const bool briefly = packetZero || tipo == "50" || tipo == "52" || tipo == "08" || tipo == "57";
-    EXPECT_EQ(t.timer().interval(), briefly ? 750 : 1000);
-    if (row.upload) {
-      EXPECT_EQ(t.messages(), Strings{"first"});
-    } else {
-      EXPECT_EQ(t.messages(), Strings{"OK{}" + tipo});
-      ASSERT_EQ(f.StringaPar.size(), 4u);
-      EXPECT_EQ(f.StringaPar[0], packetZero ? acceptance : tipo == "06" ? "S{}x" : "");
-      EXPECT_EQ(f.nPacchetti, packetZero || tipo == "06" || tipo == "56" ? 1 : 0);
-      EXPECT_EQ(f.ProgressoMultimedia, tipo == "56" ? 0 : 40);
-    }
-    t.unitSends("{}1{}1\r\nx");
-    EXPECT_EQ(t.timer().interval(), tipo == "09" || tipo == "50" || tipo == "51" || tipo == "57" ? 750 : 1000);
+    Play(t, opening);
+    EXPECT_EQ(t.states, row.stato == kNone ? Ints{} : Ints{row.stato});
+    EXPECT_EQ(t.timer().interval(), row.interval);
+    t.clearRecords();
+    t.unitSends("BS");
+    EXPECT_EQ(t.states, row.busyRaised == kNone ? Ints{} : Ints{row.busyRaised});
+    EXPECT_EQ(t.timer().enabled() ? t.timer().interval() : 0, row.busyWait);
+    Script silent = opening;
+    silent.push_back(Says("AA{}0{}00"));
+    EXPECT_EQ(CheckSilence(sckUDPProtocol, silent), Ints{row.firings});
   }
+}
+
+// On TCP "BS" is echoed with the type in hand, and the intervals are the
+// transport's minute.
+TEST(Opening, OnTcpBusyIsEchoed) {
+  LinkFixture t(sckTCPProtocol);
+  Play(t, {Asks("02"), Sends("AA{}0{}02{}123456"), Says("BS"), Sends("BS{}00"), Says("AA{}1{}02"),
+           Sends("OK{}02"), Says("BS"), Sends("BS{}02")});
+  EXPECT_EQ(t.timer().interval(), 60000);
+}
+
+// The unit's acceptance of each download: the "OK" that asks for the
+// packets, the interval, and the packets that complete it on UDP.
+TEST(Acceptance, EachDownloadAsksForItsPacketsAndCompletesOnItsLast) {
+  const struct {
+    const char *tipo, *ask;
+    int interval, packetInterval, completed;
+  } rows[] = {
+      {"04", "04", 1000, 1000, cRicezioneLogOK},          {"03", "04", 1000, 1000, cRicezioneLogOK},
+      {"53", "53", 1000, 1000, cRicezioneCamEventsOK},    {"54", "54", 1000, 1000, cRicezioneProgCamEventsOK},
+      {"11", "11", 1000, 1000, -1},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.tipo);
+    LinkFixture t(sckUDPProtocol);
+    Play(t, {Asks(row.ask), Sends(std::string("AA{}0{}") + row.ask + "{}123456"),
+             Says(std::string("AA{}2{}") + row.tipo), Sends(std::string("OK{}") + row.tipo)});
+    EXPECT_EQ(t.timer().interval(), row.interval);
+    t.clearRecords();
+    Play(t, {Says(Packet(1, "a")), Sends("OK"), Says(Packet(2, "b")), Sends("OK"), Says(Packet(2, "b")), Sends("OK")});
+    EXPECT_EQ(t.states, row.completed < 0 ? Ints{} : Ints{row.completed});
+    EXPECT_EQ(t.form().QueueLength(), 0);
+  }
+}
+
+// A string from the unit, a preview image and a stream image: the
+// acceptance is their packet 0, and the short interval holds throughout.
+TEST(Acceptance, AnswersThatAreTheirOwnFirstPacketWaitBriefly) {
+  LinkFixture t(sckUDPProtocol);
+  Play(t, {Asks("52", "x"), Sends("AA{}2{}52{}123456"), Says("BS"), Says("AA{}2{}51"), Sends("OK{}51"),
+           Says("{}ab\r\n"), Sends("OK")});
+  EXPECT_EQ(t.timer().interval(), 750);
+  t.clearRecords();
+  t.unitSends("BS");
+  EXPECT_EQ(t.states, Ints{cTrasmissioneOKAndBusy});
+  EXPECT_EQ(t.timer().interval(), 750);
+  Play(t, {Says("{}"), Sends("OK")});
+  EXPECT_EQ(t.form().StringaRicevuta, "ab");
+  EXPECT_EQ(Count(t.states, cRicezioneStringaOK), 1);
+
+  LinkFixture preview(sckUDPProtocol);
+  const Script image = {Asks("08", "1"), Sends("AA{}2{}08{}123456"), Says("AA{}2{}08"), Sends("{}1\r\n"),
+                        Says("BS"), Says("AA{}1{}09{}3"), Sends("OK{}09"), Says("{}1{}3{}abc"), Sends("OK")};
+  Play(preview, image);
+  EXPECT_EQ(preview.form().ImagePreview, "abc");
+  EXPECT_EQ(CheckSilence(sckUDPProtocol, image), (Ints{15, 15, 15, 25}));
 }
 
 TEST(Acceptance, OfAStringWithNoPacketsCompletesAtOnce) {
@@ -151,44 +233,40 @@ TEST(Acceptance, AnAbsurdPacketCountIsIgnored) {
 // is accepted, a refusal is final.
 TEST(Login, TheAnswerEndsTheLoginAndARefusalAfterItIsFinal) {
   LinkFixture t(sckUDPProtocol);
-  auto& f = t.form();
-  f.PwdCrypted = true;
+  t.form().PwdCrypted = true;
   Serve(t, {"AA", "02"});
   t.unitSends("AA{}0{}99{}1");
-  EXPECT_EQ(f.RemotePasswordType, 1);
   EXPECT_EQ(t.lastMessage().substr(0, 11), "AA{}0{}02{}");
-  EXPECT_EQ(f.Stato, cRichiestaProg);
   t.unitSends("PW");
-  EXPECT_TRUE(f.PwdCrypted);
-  EXPECT_EQ(Count(t.states, cConnessioneRifiutata), 1);
-  EXPECT_EQ(f.RemotePasswordType, 0);
-  EXPECT_EQ(f.QueueLength(), 0);
+  EXPECT_TRUE(t.form().PwdCrypted);
+  EXPECT_EQ(t.states, (Ints{cConnessioneOK, cRichiestaProg, cConnessioneRifiutata}));
+  EXPECT_EQ(t.form().RemotePasswordType, 0);
+  EXPECT_EQ(t.form().QueueLength(), 0);
 }
 
 TEST(Login, AScrambledCodeRefusedIsSentAsTypedAndASecondRefusalIsFinal) {
   LinkFixture t(sckUDPProtocol);
   t.form().PwdCrypted = true;
   Serve(t, {"AA"});
-  t.unitSends("PW");
-  EXPECT_EQ(t.messages(), Strings{"AA{}0{}00{}123456"});
-  t.unitSends("PW");
-  EXPECT_EQ(Count(t.states, cConnessioneRifiutata), 1);
+  Play(t, {Says("PW"), Sends("AA{}0{}00{}123456"), Says("PW")});
+  EXPECT_EQ(t.states, Ints{cConnessioneRifiutata});
   EXPECT_EQ(t.form().StringaErroreConnessione, "Password di accesso errata!");
   EXPECT_EQ(t.form().QueueLength(), 0);
+  LinkFixture answered(sckUDPProtocol);
+  Play(answered, {Asks("AA"), Sends("AA{}0{}00{}123456"), Says("AA{}0{}00{}3")});
+  EXPECT_EQ(answered.form().RemotePasswordType, 3);
+  EXPECT_EQ(answered.states, Ints{cConnessioneOK});
 }
 
 // A download of the programming, accepted, whose reply timer has fired: the
 // link now takes only the unit's "13" of that transfer.
-struct AwaitingEnd : LinkFixture {
-  AwaitingEnd() : LinkFixture(sckUDPProtocol) {
-    Serve(*this, {"02"}, "", "AA{}2{}02");
-    timer().fire();
-    clearRecords();
-  }
-};
+const Script kAwaitingEnd = {Asks("02"), Sends("AA{}0{}02{}123456"), Says("AA{}2{}02"), Sends("OK{}02"),
+                             Fires(), Sends("13{}02{}0{}")};
 
 TEST(EndOfTransfer, OnlyAMatchingThirteenEndsTheWait) {
-  AwaitingEnd t;
+  LinkFixture t(sckUDPProtocol);
+  Play(t, kAwaitingEnd);
+  t.clearRecords();
   for (const char* m : {"OK", "{}1{}3\r\nabc", "BS", "13{}02{}5{}BS", "13{}04{}0{}BS"}) t.unitSends(m);
   EXPECT_TRUE(t.socket().sent.empty());
   EXPECT_TRUE(t.states.empty());
@@ -196,41 +274,31 @@ TEST(EndOfTransfer, OnlyAMatchingThirteenEndsTheWait) {
   t.unitSends("13{}02{}0{}BS");  // the wait is over: the rest of the message is handled
   EXPECT_EQ(t.states, Ints{cRichiestaOKAndBusy});
   for (const char* m : {"13{}00{}7{}", "13{}02{}0{}"}) {  // type zero, or nothing after: start again
-    AwaitingEnd again;
-    again.unitSends(m);
-    EXPECT_EQ(again.messages(), Strings{"AA{}0{}02{}123456"}) << m;
+    LinkFixture again(sckUDPProtocol);
+    Play(again, kAwaitingEnd);
+    Play(again, {Says(m), Sends("AA{}0{}02{}123456")});
   }
 }
 
-// The resends, then the give-up and the next request served. Not accepted
-// yet, the probe names no transfer; the login asks for a repeat three times; a
-// media file goes on well past the UDP limit of 15.
-TEST(Retries, EachRequestIsTriedUpToItsLimitThenGivenUp) {
-  const struct {
-    int protocol;
-    const char *tipo, *parametro, *acceptance, *probe;
-    int attempts;
-  } rows[] = {
-      {sckTCPProtocol, "02", "", "", "13{}00{}0{}", 10}, {sckUDPProtocol, "02", "", "", "13{}00{}0{}", 15},
-      {sckTCPProtocol, "AA", "", "", "12", 4},           {sckUDPProtocol, "AA", "", "", "12", 4},
-      {sckUDPProtocol, "56", "clip.avi", "AA{}3{}56", "13{}56{}1{}", 25},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(std::string(row.tipo) + " on " + std::to_string(row.protocol));
-    LinkFixture t(row.protocol);
-    Serve(t, {row.tipo, "53"}, row.parametro, row.acceptance);
-    EXPECT_EQ(FireWhileServing(t, row.tipo), row.attempts);
-    Strings expected(row.attempts - 1, row.probe);
-    expected.push_back("AA{}0{}53{}123456");
-    EXPECT_EQ(t.messages(), expected);
-    EXPECT_EQ(Count(t.states, cTimeOutConnessione), row.attempts - 1);
-    EXPECT_EQ(Count(t.states, cErroreConnessione), 1);
-    EXPECT_EQ(t.form().StringaErroreConnessione, "Raggiunto il numero massimo di tentativi.");
+// The probes: not accepted yet, a download names no transfer; accepted, it
+// counts what it holds; an upload sends its last packet again, numbered.
+TEST(Retries, TheProbeSaysHowFarTheTransferGot) {
+  for (int protocol : {sckTCPProtocol, sckUDPProtocol}) {
+    LinkFixture t(protocol);
+    Play(t, {Asks("04"), Sends("AA{}0{}04{}123456"), Fires(), Sends("13{}00{}0{}"), Says("13{}00{}0{}"),
+             Sends("AA{}0{}04{}123456"), Says("AA{}2{}04"), Sends("OK{}04"), Says(Packet(1, "a")), Sends("OK"),
+             Fires(), Sends("13{}04{}0{}")});
+    EXPECT_EQ(Count(t.states, cTimeOutConnessione), 2);
+    EXPECT_EQ(CheckSilence(protocol, {Asks("AA"), Sends("AA{}0{}00{}123456"), Says("x")}), Ints{4});
   }
-  LinkFixture preview(sckUDPProtocol);  // a lost preview image is given up silently
-  Serve(preview, {"08"}, "1", "AA{}2{}09{}100");
-  EXPECT_EQ(FireWhileServing(preview, "08"), 25);
-  EXPECT_EQ(Count(preview.states, cErroreConnessione), 0);
+  LinkFixture upload(sckTCPProtocol);
+  Play(upload, {Host([](link::frmClient& f) { f.NewStringaPassWord = "NEW"; }), Asks("07"),
+                Sends("AA{}2{}07{}123456"), Says("AA{}2{}07"), Sends("{}NEW\r\n"), Fires(),
+                Sends("13{}07{}1{}{}NEW\r\n"), Says("13{}07{}1{}OK"), Sends("{}"), Says("OK"), Says("OK")});
+  EXPECT_EQ(upload.states.back(), cTrasmissioneOK);
+  EXPECT_EQ(Count(upload.states, cTrasmissioneOK), 1) << "a repeated final acknowledgement changes nothing";
+  EXPECT_EQ(upload.form().sStringaPassword, "NEW");
+  EXPECT_EQ(upload.form().QueueLength(), 0);
 }
 
 // No unit behaviour and no retry limit keeps a request for ever: a unit that
@@ -249,80 +317,13 @@ TEST(Retries, EveryRequestEnds) {
   EXPECT_EQ(Count(restarted.states, cErroreConnessione), 1);
 
   LinkFixture login(sckUDPProtocol);
-  login.form().TentativiTimeOutMax = 40;
-  login.form().sTipoArrivo = "56";
-  Serve(login, {"AA"});
-  EXPECT_EQ(FireWhileServing(login, "AA"), 4);
-  EXPECT_EQ(Count(login.states, cErroreConnessione), 1);
-}
-
-TEST(Upload, PacedByOkWithASilenceResentAsThirteenAndCarriedOnByItsAnswer) {
-  LinkFixture t(sckTCPProtocol);
-  t.form().NewStringaPassWord = "NEW";
-  Serve(t, {"07"});
-  t.unitSends("AA{}2{}07");
-  EXPECT_EQ(t.lastMessage(), "{}NEW\r\n");
-  t.timer().fire();
-  EXPECT_EQ(t.lastMessage(), "13{}07{}1{}{}NEW\r\n");
-  t.unitSends("13{}07{}1{}OK");
-  EXPECT_EQ(t.lastMessage(), "{}");
-  t.unitSends("OK");
-  EXPECT_EQ(t.states.back(), cTrasmissioneOK);
-  EXPECT_EQ(t.form().sStringaPassword, "NEW");
-  EXPECT_EQ(t.form().QueueLength(), 0);
-  t.clearRecords();
-  t.unitSends("OK");  // a repeated final acknowledgement changes nothing
-  EXPECT_TRUE(t.socket().sent.empty());
-  EXPECT_TRUE(t.states.empty());
-}
-
-// Each state's answer to "BS" (echoed on TCP only): the state it moves to
-// (kSame: it stays), what is raised, the wait (0: the timer is off); and
-// whether the last "OK" of an upload in that state is reported as one.
-TEST(FlowControl, EachStateMeetsBusyAndTheLastOk) {
-  constexpr int kNone = -1, kSame = -2;
-  const struct {
-    Ints states;
-    int after, raised, interval;
-    bool reported;
-  } rows[] = {
-      {{cTrasmettiPreviewEnable, cRichiestaPreView}, cRichiestaPreView, kNone, 500, false},
-      {{cTrasmettiStringaReq}, cRichiestaStringa, kNone, 500, false},
-      {{cTrasmettiStreamImageReq}, cRichiestaStreamImage, kNone, 500, false},
-      {{cRicezionePreViewOK}, kSame, cRichiestaOKAndBusy, 60000, false},
-      {{cRichiestaProg, cRichiestaLog, cRichiestaCancellaLog, cRichiestaCancellaPrimaLog, cRichiestaCamEvents,
-        cRichiestaProgCamEvents}, kSame, cRichiestaOKAndBusy, 60000, true},
-      {{cTrasmettiStringa}, kSame, cRichiestaOKAndBusy, 500, false},
-      {{cRichiestaWave}, kSame, cRichiestaOKAndBusy, 0, true},
-      {{cTrasmettiProg, cTrasmettiProgCamEvents, cTrasmettiInstallCode, cTrasmettiUserCode, cRichiestaMultimedia},
-       kSame, cTrasmissioneOKAndBusy, 60000, true},
-      {{cRichiestaStringa, cRichiestaStreamImage}, kSame, cTrasmissioneOKAndBusy, 500, true},
-      {{cTrasmettiAggiornamento, cTrasmettiWave}, kSame, cTrasmissioneOKAndBusy, 0, true},
-      {{cNoOperation}, kSame, kNone, 60000, true},
-  };
-  for (const auto& row : rows) {
-    for (int stato : row.states) {
-      for (int protocol : {sckTCPProtocol, sckUDPProtocol}) {
-        SCOPED_TRACE(std::to_string(stato) + " on " + std::to_string(protocol));
-        LinkFixture t(protocol);
-        if (protocol == sckTCPProtocol) t.connect();
-        t.form().TimeOutBreve = 500;
-        t.form().Stato = stato;
-        t.form().sTipoArrivo = "05";
-        t.unitSends("BS");
-        EXPECT_EQ(t.messages(), protocol == sckTCPProtocol ? Strings{"BS{}05"} : Strings{});
-        EXPECT_EQ(t.form().Stato, row.after == kSame ? stato : row.after);
-        EXPECT_EQ(t.states, row.raised == kNone ? Ints{} : Ints{row.raised});
-        EXPECT_EQ(t.timer().enabled() ? t.timer().interval() : 0, row.interval);
-      }
-      LinkFixture t(sckUDPProtocol);
-      t.form().Stato = stato;
-      t.form().StringaPar = {"opening", "last"};
-      t.form().StringaInviata = 2;
-      t.unitSends("OK");
-      EXPECT_EQ(t.states, row.reported ? Ints{cTrasmissioneOK} : Ints{}) << stato;
-    }
-  }
+  login.form().Timing.retries = 40;
+  login.form().WskProtocol(sckUDPProtocol);
+  Play(login, {Asks("56", "a.avi"), Sends("AA{}0{}56{}123456{}a.avi"), Says("AA{}2{}56"), Sends("OK{}56"),
+               Says("{}x"), Sends("OK"), Says("{}"), Sends("OK"), Asks("AA"), Sends("AA{}0{}00{}123456")});
+  int loginFires = 0;
+  while (loginFires < 100 && login.form().QueueLength() > 0 && login.timer().fire()) ++loginFires;
+  EXPECT_EQ(loginFires, 4);
 }
 
 }  // namespace

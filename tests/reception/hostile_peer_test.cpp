@@ -6,16 +6,13 @@
 #include <algorithm>
 
 #include "link/limits.h"
-#include "link_fixture.h"
+#include "exchange.h"
 
 using namespace camrelay;
 using camrelay::test::LinkFixture;
+using camrelay::test::Packet;
 
 namespace {
-
-std::string Packet(long index, const std::string& body) {
-  return "{}" + std::to_string(index) + "{}" + std::to_string(body.size()) + "\r\n" + body;
-}
 
 long Raised(const LinkFixture& f, int stato) { return std::count(f.states.begin(), f.states.end(), stato); }
 

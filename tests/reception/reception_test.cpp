@@ -5,20 +5,17 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "link_fixture.h"
+#include "exchange.h"
 #include "store/download.h"
 #include "store/dump.h"
 
 using namespace camrelay;
 using camrelay::test::LinkFixture;
+using camrelay::test::Packet;
 using camrelay::test::ReadFileBytes;
 using Texts = std::vector<std::string>;
 
 namespace {
-
-std::string Packet(int index, const std::string& body) {
-  return "{}" + std::to_string(index) + "{}" + std::to_string(body.size()) + "\r\n" + body;
-}
 
 std::string AllBytes() {
   std::string bytes;

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "link/frmClient.h"
-#include "link_fixture.h"
+#include "exchange.h"
 #include "requests/crypt.h"
 
 namespace camrelay::test {
@@ -27,37 +27,34 @@ Strings Queue(const link::frmClient& f) {
 TEST(AddRichiesta, WaitingDuplicatesAreRefusedUnlessForced) {
   LinkFixture t(sckUDPProtocol);
   auto& f = t.form();
-  f.Stato = cRichiestaProg;  // busy: nothing is served
-  for (const auto& [tipo, parametro] : {std::pair{"08", "1"}, {"08", "2"}, {"08", "3"}, {"09", "a"}, {"09", "b"},
-                                        {"05", "a.wav"}, {"05", "a.wav"}, {"05", "b.wav"}})
+  Play(t, {Asks("02"), Sends("AA{}0{}02{}123456")});  // busy from now on: nothing else is served
+  for (const auto& [tipo, parametro] : {std::pair{"02", ""}, {"02", ""}, {"08", "1"}, {"08", "2"}, {"09", "a"},
+                                        {"09", "b"}, {"05", "a.wav"}, {"05", "a.wav"}, {"05", "b.wav"}})
     f.AddRichiesta(tipo, parametro);
-  EXPECT_EQ(Queue(f), (Strings{"08:1", "08:2", "09:a", "05:a.wav", "05:b.wav"}));
-  EXPECT_EQ(f.RichiesteRifiutate, 3);
+  EXPECT_EQ(Queue(f), (Strings{"02:", "02:", "08:1", "09:a", "05:a.wav", "05:b.wav"}));
+  EXPECT_EQ(f.RichiesteRifiutate, 4);
   f.AddRichiesta("05", "a.wav", true);
   f.AddRichiesta("05", "a.wav", true);
-  EXPECT_EQ(Queue(f).size(), 7u);
+  EXPECT_EQ(Queue(f).size(), 8u);
 }
 
 // An index outside the queue drops the last request; a single request goes
-// whatever the index. A busy link serves nothing; an idle one, or one in a
-// stream image exchange, serves the head when a request comes or goes.
+// whatever the index. A busy link serves nothing; an idle one, or one whose
+// stream image the unit is busy with, serves the head when a request comes
+// or goes.
 TEST(RemoveRichiesta, DropsTheIndexGivenOrTheLastAndTheLinkServesWhenFree) {
   LinkFixture t(sckUDPProtocol);
   auto& f = t.form();
-  f.Stato = cRichiestaProg;
-  for (const char* tipo : {"02", "53", "54", "06", "11"}) f.AddRichiesta(tipo, "");
+  Play(t, {Asks("04"), Sends("AA{}0{}04{}123456")});
+  for (const char* tipo : {"53", "54", "06", "11"}) f.AddRichiesta(tipo, "");
   for (int index : {2, 0, 9}) f.RemoveRichiesta(index);
-  EXPECT_EQ(Queue(f), (Strings{"02:", "54:"}));
-  f.Stato = cNoOperation;
-  f.RemoveRichiesta(1);
-  EXPECT_EQ(t.messages(), Strings{"AA{}0{}54{}123456"});
+  EXPECT_EQ(Queue(f), (Strings{"04:", "54:"}));
+  Play(t, {Says("AA{}0{}04"), Sends("OK{}04"), Says(Packet(0, "")), Sends("OK"), Sends("AA{}0{}54{}123456")});
   f.RemoveRichiesta(5);
   EXPECT_TRUE(Queue(f).empty());
-  for (int stato : {cRichiestaStreamImage, cRicezioneStreamImageOK}) {
-    f.Stato = stato;
-    f.AddRichiesta("53", "");
-  }
-  EXPECT_EQ(t.messages().size(), 3u);
+  LinkFixture stream(sckUDPProtocol);
+  Play(stream, {Asks("57", "2"), Sends("AA{}0{}57{}123456{}2\r\n"), Says("BS"), Asks("53"),
+           Sends("AA{}0{}53{}123456")});
 }
 
 TEST(ReadRichiesta, OnTcpConnectsFirstAndServesOnceConnected) {
@@ -76,61 +73,13 @@ TEST(ReadRichiesta, OnTcpConnectsFirstAndServesOnceConnected) {
   EXPECT_EQ(t.socket().connects, 2);
 }
 
-// Each type waits behind a busy link with "53" after it, then the idle link
-// serves it (access code "1"): the opening, the state raised, the reply
-// interval. Login and code changes start with only three retries left; a
-// stream image leaves the queue before it is sent.
-TEST(ReadRichiesta, EachTypeSendsItsOpeningInItsState) {
-  const struct {
-    const char *tipo, *parametro, *opening;
-    int stato, interval;
-  } rows[] = {
-      {"AA", "", "AA{}0{}00{}1", cNoOperation, 1000},      {"02", "", "AA{}0{}02{}1", cRichiestaProg, 1000},
-      {"04", "", "AA{}0{}04{}1", cRichiestaLog, 1000},     {"04", "03", "AA{}0{}03{}1", cRichiestaCancellaLog, 1000},
-      {"53", "", "AA{}0{}53{}1", cRichiestaCamEvents, 1000},  {"06", "", "AA{}0{}06{}1", cRichiestaWave, 1000},
-      {"11", "", "AA{}0{}11{}1", cRichiestaCancellaPrimaLog, 1000},
-      {"54", "", "AA{}0{}54{}1", cRichiestaProgCamEvents, 1000},
-      {"56", "a.jpg", "AA{}0{}56{}1{}a.jpg", cRichiestaMultimedia, 1000},
-      {"57", "2", "AA{}0{}57{}1{}2\r\n", cTrasmettiStreamImageReq, 750},
-      {"52", "x", "AA{}2{}52{}1", cTrasmettiStringaReq, 750}, {"50", "x", "AA{}2{}50{}1", cTrasmettiStringa, 750},
-      {"01", "", "AA{}6{}01{}1", cTrasmettiProg, 1000},    {"55", "", "AA{}2{}55{}1", cTrasmettiProgCamEvents, 750},
-      {"07", "", "AA{}2{}07{}1", cTrasmettiInstallCode, 1000}, {"14", "", "AA{}2{}14{}1", cTrasmettiUserCode, 1000},
-      {"05", "", "AA{}1{}05{}1", cTrasmettiWave, 1000},
-      {"10", "", "AA{}4{}10{}1", cTrasmettiAggiornamento, 1000},  // header, two chunks, end
-  };
-  for (const auto& row : rows) {
-    const std::string tipo = row.tipo;
-    SCOPED_TRACE(tipo);
-    LinkFixture t(sckUDPProtocol, "1");
-    auto& f = t.form();
-    f.OpenDB();
-    t.clearRecords();
-    f.NewStringaPassWord = "654321";
-    WriteFileBytes(t.dir() / "update.bin", std::string(3073, '\x5a'));  // the update: the file at the path given
-    const std::string parametro = tipo == "10" ? (t.dir() / "update.bin").string() : row.parametro;
-    f.Stato = cRicezioneStringaOK;
-    f.AddRichiesta(tipo, parametro);
-    f.AddRichiesta("53", "");
-    f.Stato = cNoOperation;
-    f.ReadRichiesta();
-    EXPECT_EQ(t.messages(), Strings{row.opening});
-    EXPECT_EQ(t.states, row.stato == cNoOperation ? std::vector<int>{} : std::vector<int>{row.stato});
-    EXPECT_EQ(t.timer().interval(), row.interval);
-    EXPECT_EQ(f.TentativiTimeOut, tipo == "AA" || tipo == "07" || tipo == "14" ? 12 : 1);
-    EXPECT_EQ(Queue(f), (tipo == "57" ? Strings{"53:"} : Strings{tipo + ":" + parametro, "53:"}));
-  }
-}
-
 // An empty new code, a file name leaving its folder: nothing is sent, the
 // request is dropped and the queue goes on.
 TEST(ReadRichiesta, RequestsThatCannotBeServedAreDropped) {
   LinkFixture t(sckUDPProtocol);
-  t.form().Stato = cRichiestaProg;
   for (const auto& [tipo, parametro] : {std::pair{"14", ""}, {"07", ""}, {"56", "../escape.avi"}, {"05", "/etc"},
                                         {"02", ""}})
     t.form().AddRichiesta(tipo, parametro);
-  t.form().Stato = cNoOperation;
-  t.form().ReadRichiesta();
   EXPECT_EQ(t.messages(), Strings{"AA{}0{}02{}123456"});
   EXPECT_EQ(Queue(t.form()), Strings{"02:"});
 }

@@ -1,0 +1,2 @@
+// The same reach by a relative path.
+#include "../link/frmClient.h"
