@@ -40,29 +40,17 @@ class RecordStore {
 
   bool Store(std::string_view line) {
     const auto record = ParseRecordLine(line);
-    if (!record) return false;
-    const auto table = columns_.find(std::string(record->table));
-    if (table == columns_.end()) {
-      log_.Info("a record for the table " + Printable(record->table) + ", which this transfer does not carry, was ignored");
+    if (!record) {
+      if (line.substr(0, kSep.size()) == kSep) log_.Info("a record line cut short was ignored: " + Printable(line));
       return false;
     }
-    const std::vector<std::string>& names = table->second;
-    Row row(names.size());
-    for (std::size_t k = 0; k < record->fields.size(); ++k) {
-      const WireField& field = record->fields[k];
-      if (k >= names.size()) {
-        log_.Info(table->first + " has no field " + std::to_string(k) + ": its value was ignored");
-        continue;
-      }
-      if (field.value == kNullText) continue;
-      try {
-        row[k] = StoredValue(field.type, field.value);
-      } catch (const std::invalid_argument& e) {
-        log_.Info(table->first + " field " + names[k] + ": " + e.what() + "; left at its default");
-      }
+    const auto table = columns_.find(std::string(record->table));
+    if (table == columns_.end()) {
+      log_.Info("a record of " + Printable(record->table) + ", a table this transfer does not carry, was ignored");
+      return false;
     }
     try {
-      db_.Insert(table->first, names, row);
+      db_.Insert(table->first, table->second, Values(*record, table->first, table->second));
       return true;
     } catch (const std::runtime_error& e) {
       log_.Info(std::string("a record was not stored: ") + e.what());
@@ -71,6 +59,25 @@ class RecordStore {
   }
 
  private:
+  // The row to add; a Null, or a value that is not of its type, leaves its
+  // column at its default.
+  Row Values(const ParsedLine& record, const std::string& table, const std::vector<std::string>& names) const {
+    Row row(names.size());
+    for (std::size_t k = 0; k < record.fields.size(); ++k) {
+      const WireField& field = record.fields[k];
+      if (k >= names.size()) {
+        log_.Info(table + " has no field " + std::to_string(k) + ": its value was ignored");
+      } else if (field.value != kNullText) {
+        try {
+          row[k] = StoredValue(field.type, field.value);
+        } catch (const std::invalid_argument& e) {
+          log_.Info(table + " field " + names[k] + ": " + e.what() + "; left at its default");
+        }
+      }
+    }
+    return row;
+  }
+
   Database& db_;
   const Log& log_;
   std::map<std::string, std::vector<std::string>> columns_;
