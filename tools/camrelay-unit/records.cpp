@@ -140,11 +140,11 @@ std::optional<ParsedLine> ParseRecordLine(std::string_view line) {
   return record;
 }
 
-int StoreRecordLines(Database& db, const std::vector<std::string>& texts, const std::vector<std::string_view>& tables,
+int StoreRecordLines(Database& db, const std::vector<std::string>& dati, const std::vector<std::string_view>& tables,
                      const Log& log) {
   RecordStore store(db, tables, log);
   std::string text;
-  for (const std::string& part : texts) text += part;
+  for (std::size_t i = 1; i < dati.size(); ++i) text += dati[i];
   int stored = 0;
   std::string_view rest = text;
   for (auto end = rest.find(kCrLf); end != std::string_view::npos; end = rest.find(kCrLf)) {

@@ -43,11 +43,11 @@ struct ParsedLine {
 // after the last type is allowed.
 std::optional<ParsedLine> ParseRecordLine(std::string_view line);
 
-// Stores the record lines of the texts (whole lines, in order) into the
-// tables they name, which must be among `tables`; returns how many records
+// Stores the record lines of a received transfer array (element 0 the
+// opening, 1..n whole lines in order) into the tables they name, which must be among `tables`; returns how many records
 // were stored. A field that cannot be read, like a Null, leaves its column at
 // its default; what is skipped is logged.
-int StoreRecordLines(Database& db, const std::vector<std::string>& texts, const std::vector<std::string_view>& tables,
+int StoreRecordLines(Database& db, const std::vector<std::string>& dati, const std::vector<std::string_view>& tables,
                      const Log& log);
 
 }  // namespace camrelay::unit
