@@ -7,13 +7,12 @@
 #include <filesystem>
 #include <string>
 
-#include "store/DataVideo.h"
-#include "store/text.h"
+#include "database.h"
 
 namespace camrelay::unit {
 
 // Fills the standard tables of an open database, which should be empty.
-void FillDemoTables(store::DataVideo& db);
+void FillDemoTables(Database& db);
 
 // Writes the demo's files below dir: voice messages, camera images,
 // snapshots and clips, replacing files of the same names.
@@ -30,9 +29,12 @@ inline constexpr int kClipFps = 4;
 
 // One clip and a few snapshots, each named after its camera and moment, and
 // listed in CamEvents.
+struct Moment {
+  int year, month, day, hour, minute, second;
+};
 struct Recording {
   int camera;
-  store::DateTime when;
+  Moment when;
   const char* kind;
   bool clip;
 };

@@ -9,44 +9,33 @@
 #include <string>
 #include <vector>
 
-#include "store/backend.h"
-#include "store/text.h"
-#include "store/values.h"
 
 namespace camrelay::unit {
 
 namespace {
 
-using store::DbValue;
-using Row = std::vector<DbValue>;
 
-DbValue Num(long long n) { return static_cast<std::int64_t>(n); }
-DbValue Real(double x) { return x; }
-DbValue Text(const char* text) { return std::string(text); }
-DbValue Flag(bool on) { return static_cast<std::int64_t>(on ? 1 : 0); }
-const DbValue kNull = std::monostate{};
+Value Num(long long n) { return static_cast<std::int64_t>(n); }
+Value Real(double x) { return x; }
+Value Text(const char* text) { return std::string(text); }
+Value Flag(bool on) { return static_cast<std::int64_t>(on ? 1 : 0); }
+const Value kNull = std::monostate{};
 
-DbValue When(int y, int mo, int d, int h = 0, int mi = 0, int s = 0) {
-  return store::FormatIsoDate(store::DateTime{y, mo, d, h, mi, s});
+Value When(int y, int mo, int d, int h = 0, int mi = 0, int s = 0) {
+  return IsoDate(y, mo, d, h, mi, s);
 }
 // A time of day alone, held on the zero date.
-DbValue TimeOfDay(int h, int mi) { return When(1899, 12, 30, h, mi); }
+Value TimeOfDay(int h, int mi) { return When(1899, 12, 30, h, mi); }
 
-void AddRows(store::DataVideo& db, std::string_view table, const std::vector<Row>& rows) {
-  auto records = db.OpenTable(table);
-  for (const Row& row : rows) {
-    records.AddNew();
-    // A Null leaves the field at its default; the log's counter numbers itself.
-    for (std::size_t k = 0; k < row.size(); ++k)
-      if (!std::holds_alternative<std::monostate>(row[k])) records.SetValue(static_cast<int>(k), row[k]);
-    records.Update();
-  }
-  records.Close();
+// A Null leaves the field at its default; the log's counter numbers itself.
+void AddRows(Database& db, std::string_view table, const std::vector<Row>& rows) {
+  const std::vector<std::string> columns = db.ColumnNames(table);
+  for (const Row& row : rows) db.Insert(table, columns, row);
 }
 
 using namespace demo;
 
-void Programming(store::DataVideo& db) {
+void Programming(Database& db) {
   // NumeroIngresso, Descrizione, Abilitato, NormalmenteChiuso, RitardoSecondi,
   // Telecamera, InvioMMS, ChiamataVocale, FoniaFileWav, Note
   AddRows(db, "Ingressi",
@@ -120,7 +109,7 @@ void Programming(store::DataVideo& db) {
 constexpr std::chrono::sys_days kLogEnd{std::chrono::year{2025} / 6 / 30};
 constexpr int kLogEvents = 3000;
 
-DbValue At(std::chrono::sys_seconds t) {
+Value At(std::chrono::sys_seconds t) {
   using namespace std::chrono;
   const auto day = floor<days>(t);
   const year_month_day ymd{day};
@@ -149,7 +138,7 @@ constexpr EventKind kEvents[] = {
 // dominate a real log.
 constexpr int kWeights[] = {30, 30, 6, 6, 2, 2, 1, 1, 4, 4, 2, 12};
 
-void EventLog(store::DataVideo& db) {
+void EventLog(Database& db) {
   std::mt19937 rng(20250630);
   std::discrete_distribution<int> kind(std::begin(kWeights), std::end(kWeights));
   const char* users[] = {"Mario Rossi", "Niccolò Bianchi", "Lucia Ferrè"};
@@ -168,11 +157,11 @@ void EventLog(store::DataVideo& db) {
   AddRows(db, "Registro_eventi", rows);
 }
 
-void CameraEvents(store::DataVideo& db) {
+void CameraEvents(Database& db) {
   // DataOra, Telecamera, TipoEvento, NomeFile, DurataSecondi, ShowInListEvents
   std::vector<Row> rows;
   for (const Recording& r : kRecordings)
-    rows.push_back({store::FormatIsoDate(r.when), Num(r.camera), Text(r.kind), RecordingName(r),
+    rows.push_back({When(r.when.year, r.when.month, r.when.day, r.when.hour, r.when.minute, r.when.second), Num(r.camera), Text(r.kind), RecordingName(r),
                     r.clip ? Num(kClipFrames / kClipFps) : Num(0), Flag(true)});
   AddRows(db, "CamEvents", rows);
 
@@ -217,8 +206,8 @@ std::string demo::RecordingName(const Recording& r) {
          (r.clip ? ".avi" : ".jpg");
 }
 
-void FillDemoTables(store::DataVideo& db) {
-  store::Transaction transaction(db.Handle());
+void FillDemoTables(Database& db) {
+  Database::Transaction transaction(db);
   Programming(db);
   EventLog(db);
   CameraEvents(db);

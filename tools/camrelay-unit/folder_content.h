@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "content.h"
-#include "common/debug_sink.h"
+#include "database.h"
 #include "log.h"
-#include "store/DataVideo.h"
+#include "records.h"
 
 namespace camrelay::unit {
 
@@ -30,7 +30,7 @@ class FolderContent : public Content {
   // std::runtime_error when the database cannot be opened.
   FolderContent(std::filesystem::path dir, const unit::Log& log);
 
-  store::DataVideo& Database() { return db_; }
+  Database& Db() { return db_; }
 
   std::vector<std::string> Programmazione() override;
   std::vector<std::string> Log() override;
@@ -50,26 +50,21 @@ class FolderContent : public Content {
   std::string LastCommand() override;
 
  private:
-  // The store's reports become the unit's log lines.
-  class Reports : public DebugSink {
-   public:
-    explicit Reports(const unit::Log& log) : log_(log) {}
-    void CreateEventOnDebug(const std::string& message) override { log_.Info(message); }
-
-   private:
-    const unit::Log& log_;
-  };
-
-  std::vector<std::string> Tables(std::string_view tipo, std::initializer_list<std::string_view> commands);
+  // Replaces the tables by the record lines of a transfer.
+  void ReplaceTables(const std::vector<std::string>& dati, const std::vector<std::string_view>& tables);
   bool StoreFile(const std::string& folder, const std::string& wireName, const std::string& bytes);
 
   std::filesystem::path dir_;
-  Reports reports_;
-  store::DataVideo db_;
+  const unit::Log& log_;
+  Database db_;
 };
 
 // The folders the unit keeps its files in, below its own folder.
 inline constexpr const char* kFolders[] = {"Audio", "Snapshot", "VideoAvi", "Preview", "Firmware"};
+
+// A name that stays in its folder: no path separator, no drive, no NUL byte,
+// neither "." nor "..".
+bool IsPlainFileName(std::string_view name);
 
 // Whole file as bytes; nullopt when it cannot be read.
 std::optional<std::string> ReadBytes(const std::filesystem::path& file);

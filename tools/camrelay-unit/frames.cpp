@@ -2,12 +2,9 @@
 
 #include <algorithm>
 
-#include "link/codes.h"
+#include "protocol.h"
 
 namespace camrelay::unit {
-
-using link::kFrameMarker;
-using link::kSep;
 
 std::string Frame(std::string_view message) {
   return std::string(kFrameMarker) + std::to_string(message.size()) + std::string(kSep) + std::string(message);

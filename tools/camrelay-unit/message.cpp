@@ -1,11 +1,8 @@
 #include "message.h"
 
-#include "link/codes.h"
+#include "protocol.h"
 
 namespace camrelay::unit {
-
-using link::kCrLf;
-using link::kSep;
 
 std::string_view TakeField(std::string_view& text) {
   const auto sep = text.find(kSep);

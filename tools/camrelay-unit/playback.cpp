@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "protocol.h"
+
 namespace camrelay::unit {
 
 namespace {
 
-constexpr const char* kImage = "09";
+constexpr std::string_view kImage = type::PreviewImage;
 
 bool StartsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
 

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "commands.h"
-#include "link/codes.h"
+#include "protocol.h"
 #include "unscramble.h"
 
 namespace camrelay::unit {
@@ -27,18 +27,18 @@ std::vector<Outgoing> Session::Receive(std::string_view message) {
     return {};
   }
   log_.Traffic("<-", message);
-  const std::string_view code = message.substr(0, 2);
-  if (code == link::code::Request) {
+  const std::string_view head = message.substr(0, 2);
+  if (head == code::Request) {
     if (const auto opening = ParseOpening(message)) HandleOpening(*opening, "");
-  } else if (code == link::code::End) {
+  } else if (head == code::End) {
     if (const auto probe = ParseProbe(message)) HandleProbe(*probe);
-  } else if (code == link::code::ResendAll) {
+  } else if (head == code::ResendAll) {
     if (!lastAnswer_.empty()) Emit(lastAnswer_);
-  } else if (message == link::code::Ack) {
+  } else if (message == code::Ack) {
     HandleAck();
-  } else if (code == link::code::Ack) {
+  } else if (head == code::Ack) {
     HandleStart(message.substr(4));
-  } else if (code == link::kSep) {
+  } else if (head == kSep) {
     HandleElement(upload_ ? upload_->NextOrdinal() : 0, std::string(message), "");
   }
   // "BS" is the component echoing a busy reply on TCP: nothing to answer.
@@ -57,15 +57,15 @@ void Session::HandleOpening(const Opening& opening, const std::string& prefix) {
   const CodeKind kind = CheckCode(opening.code, codes_.installer, codes_.user);
   if (kind == CodeKind::None) {
     log_.Info("access code refused (request " + opening.tipo + ")");
-    lastAnswer_ = std::string(link::code::Password);
+    lastAnswer_ = std::string(code::Password);
     Reply(prefix, lastAnswer_);
     return;
   }
-  if (opening.tipo == link::code::Login) {
+  if (opening.tipo == type::Login) {
     log_.Info(kind == CodeKind::Installer ? "login with the installer code" : "login with the user code");
     lastAnswer_ = "AA{}0{}00{}" + std::to_string(static_cast<int>(kind));
     Reply(prefix, lastAnswer_);
-  } else if (link::IsUploadType(opening.tipo)) {
+  } else if (IsUpload(opening.tipo)) {
     StartUpload(opening, prefix);
   } else if (auto transfer = Download(opening)) {
     StartDownload(std::move(*transfer), prefix, true);
@@ -76,21 +76,21 @@ void Session::HandleOpening(const Opening& opening, const std::string& prefix) {
 
 std::optional<Transfer> Session::Download(const Opening& opening) {
   const std::string& tipo = opening.tipo;
-  if (tipo == "02") return TableTransfer(tipo, content_.Programmazione());
-  if (tipo == "04") return TableTransfer(tipo, content_.Log());
-  if (tipo == "03") {
+  if (tipo == type::Prog) return TableTransfer(tipo, content_.Programmazione());
+  if (tipo == type::Log) return TableTransfer(tipo, content_.Log());
+  if (tipo == type::LogThenErase) {
     // The log goes out, then the unit forgets it.
     eraseLogWhenSent_ = true;
     return TableTransfer(tipo, content_.Log());
   }
-  if (tipo == "11") {
+  if (tipo == type::EraseLog) {
     content_.EraseLog();
     return TableTransfer(tipo, {});
   }
-  if (tipo == "53") return TableTransfer(tipo, content_.CamEvents());
-  if (tipo == "54") return TableTransfer(tipo, content_.ProgCamEvents());
-  if (tipo == "06") return VoiceTransfer(content_.VoiceMessages());
-  if (tipo == "56") return MediaTransfer(content_.MediaFile(ChunkText(opening.rest)).value_or(""));
+  if (tipo == type::CamEvents) return TableTransfer(tipo, content_.CamEvents());
+  if (tipo == type::ProgCamEvents) return TableTransfer(tipo, content_.ProgCamEvents());
+  if (tipo == type::Wave) return VoiceTransfer(content_.VoiceMessages());
+  if (tipo == type::Media) return MediaTransfer(content_.MediaFile(ChunkText(opening.rest)).value_or(""));
   return std::nullopt;
 }
 
@@ -100,7 +100,7 @@ void Session::HandleProbe(const Probe& probe) {
     AnswerSilence(probe, prefix);
   } else if (const auto opening = ParseOpening(probe.rest)) {
     HandleOpening(*opening, prefix);
-  } else if (StartsWith(probe.rest, link::kSep)) {
+  } else if (StartsWith(probe.rest, kSep)) {
     HandleElement(probe.count, probe.rest, prefix);
   }
 }
@@ -167,7 +167,7 @@ void Session::FinishUpload(const std::string& prefix) {
     uploadFinished_ = true;
   }
   if (reply_) {
-    if (upload_->tipo() == "52" && faults_.settings().okBeforeAnswer) {
+    if (upload_->tipo() == type::CommandRequest && faults_.settings().okBeforeAnswer) {
       Reply(prefix, "OK");
       StartDownload(*reply_, "", true);
       return;
@@ -177,37 +177,37 @@ void Session::FinishUpload(const std::string& prefix) {
   }
   phase_ = Phase::Done;
   // Writing a firmware image or voice messages keeps a unit busy.
-  const bool slow = upload_->tipo() == "05" || upload_->tipo() == "10";
+  const bool slow = upload_->tipo() == type::WaveUpload || upload_->tipo() == type::Firmware;
   Reply(prefix, "OK", slow);
 }
 
 std::optional<Transfer> Session::Answer(const Upload& upload) {
   const std::string& tipo = upload.tipo();
-  if (tipo == "52") return StringTransfer(AnswerCommand(upload.Text(), content_), tcp_);
-  if (tipo == "08") return playback_.Answer(upload.Text(), content_);
-  if (tipo == "57") {
+  if (tipo == type::CommandRequest) return StringTransfer(AnswerCommand(upload.Text(), content_), tcp_);
+  if (tipo == type::Preview) return playback_.Answer(upload.Text(), content_);
+  if (tipo == type::StreamRequest) {
     const auto image = content_.PreviewImage(std::atoi(upload.Text().c_str()));
-    return image ? ImageTransfer("58", *image) : ImageReply("58", "Reg Error");
+    return image ? ImageTransfer(type::StreamImage, *image) : ImageReply(type::StreamImage, "Reg Error");
   }
   return std::nullopt;
 }
 
 void Session::Keep(const Upload& upload) {
   const std::string& tipo = upload.tipo();
-  if (tipo == "01" || tipo == "55") {
+  if (tipo == type::ProgUpload || tipo == type::ProgCamEventsUpload) {
     auto dati = upload.RecordTexts();
-    tipo == "01" ? content_.StoreProgrammazione(dati) : content_.StoreProgCamEvents(dati);
-    log_.Info(tipo == "01" ? "programming received" : "camera-event programming received");
-  } else if (tipo == "05" || tipo == "10") {
+    tipo == type::ProgUpload ? content_.StoreProgrammazione(dati) : content_.StoreProgCamEvents(dati);
+    log_.Info(tipo == type::ProgUpload ? "programming received" : "camera-event programming received");
+  } else if (tipo == type::WaveUpload || tipo == type::Firmware) {
     for (const auto& file : upload.Files()) {
-      const bool kept = tipo == "05" ? content_.StoreVoiceMessage(file.name, file.bytes)
+      const bool kept = tipo == type::WaveUpload ? content_.StoreVoiceMessage(file.name, file.bytes)
                                      : content_.StoreFirmware(file.name, file.bytes);
       log_.Info((kept ? "received " : "refused the file name ") + Printable(file.name));
     }
-  } else if ((tipo == "07" || tipo == "14") && !upload.Text().empty()) {
-    (tipo == "07" ? codes_.installer : codes_.user) = upload.Text();
-    log_.Info(tipo == "07" ? "installer code changed" : "user code changed");
-  } else if (tipo == "50") {
+  } else if ((tipo == type::InstallerCode || tipo == type::UserCode) && !upload.Text().empty()) {
+    (tipo == type::InstallerCode ? codes_.installer : codes_.user) = upload.Text();
+    log_.Info(tipo == type::InstallerCode ? "installer code changed" : "user code changed");
+  } else if (tipo == type::Command) {
     content_.StoreLastCommand(upload.Text());
     log_.Info("command received: " + Printable(upload.Text()));
   }
@@ -278,7 +278,7 @@ void Session::SendPacket(const std::string& prefix) {
 
 void Session::Reply(const std::string& prefix, const std::string& text, bool mayBeBusy) {
   if (mayBeBusy && faults_.Busy()) {
-    Emit(prefix + std::string(link::code::Busy));
+    Emit(prefix + std::string(code::Busy));
     Emit(text, faults_.settings().busyDelayMs);
     return;
   }

@@ -1,13 +1,10 @@
 #include "transfers.h"
 
-#include "link/codes.h"
+#include "protocol.h"
 
 namespace camrelay::unit {
 
 namespace {
-
-using link::kCrLf;
-using link::kSep;
 
 std::string Acceptance(std::size_t count, std::string_view tipo) {
   return "AA{}" + std::to_string(count) + "{}" + std::string(tipo);
@@ -29,16 +26,27 @@ Transfer TableTransfer(std::string_view tipo, const std::vector<std::string>& da
   return t;
 }
 
+std::vector<std::string> FileElements(int file, std::string_view name, std::string_view bytes) {
+  const std::string number = std::string(kSep) + std::to_string(file) + std::string(kSep);
+  std::vector<std::string> chunks = Pieces(bytes, kPacketBytes);
+  std::vector<std::string> elements{number + std::to_string(chunks.size()) + std::string(kSep) + std::string(name) +
+                                    std::string(kCrLf)};
+  for (std::size_t j = 0; j < chunks.size(); ++j)
+    elements.push_back(number + std::to_string(j + 1) + std::string(kSep) + std::to_string(chunks[j].size()) +
+                       std::string(kSep) + chunks[j]);
+  return elements;
+}
+
 Transfer VoiceTransfer(const std::vector<std::string>& layout) {
-  Transfer t{"06", {}, {}, false, true};
+  Transfer t{std::string(type::Wave), {}, {}, false, true};
   if (layout.size() > 1) t.packets.assign(layout.begin() + 1, layout.end());
-  const std::string opening = Acceptance(t.packets.size(), "06") + std::string(kSep);
+  const std::string opening = Acceptance(t.packets.size(), type::Wave) + std::string(kSep);
   t.acceptance = opening + opening;
   return t;
 }
 
 Transfer StringTransfer(std::string_view text, bool tcp) {
-  Transfer t{"51", {}, {}, false, true};
+  Transfer t{std::string(type::CommandAnswer), {}, {}, false, true};
   std::vector<std::string> chunks = Pieces(text, tcp ? kStringChunkTcp : kStringChunkUdp);
   // Over UDP the component keeps a chunk only when it has at least two
   // characters: lend the last one a character of the one before.
@@ -48,7 +56,7 @@ Transfer StringTransfer(std::string_view text, bool tcp) {
   }
   for (const auto& chunk : chunks) t.packets.push_back(std::string(kSep) + chunk + std::string(kCrLf));
   if (!tcp) t.packets.emplace_back(kSep);
-  t.acceptance = Acceptance(t.packets.size(), "51");
+  t.acceptance = Acceptance(t.packets.size(), type::CommandAnswer);
   return t;
 }
 
@@ -67,10 +75,10 @@ Transfer ImageReply(std::string_view tipo, std::string_view word) {
 }
 
 Transfer MediaTransfer(std::string_view bytes) {
-  Transfer t{"56", {}, {}, false, false};
+  Transfer t{std::string(type::Media), {}, {}, false, false};
   for (const auto& piece : Pieces(bytes, kPacketBytes)) t.packets.push_back(std::string(kSep) + piece);
   t.packets.emplace_back(kSep);
-  t.acceptance = Acceptance(t.packets.size(), "56");
+  t.acceptance = Acceptance(t.packets.size(), type::Media);
   return t;
 }
 

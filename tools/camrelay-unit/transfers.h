@@ -33,6 +33,9 @@ struct Transfer {
 // array whose element 0 is an opening. With nothing to send, one empty
 // packet follows, so a transfer is never empty.
 Transfer TableTransfer(std::string_view tipo, const std::vector<std::string>& dati);
+// One file in the voice layout: its header "{}" f "{}" k "{}" name CR LF,
+// then its k chunks "{}" f "{}" j "{}" b "{}" bytes of at most kPacketBytes.
+std::vector<std::string> FileElements(int file, std::string_view name, std::string_view bytes);
 // Voice messages ("06") from the voice layout: the acceptance carries the
 // layout's opening element, re-typed as a download.
 Transfer VoiceTransfer(const std::vector<std::string>& layout);

@@ -29,7 +29,7 @@ FaultSettings FaultsOf(const UnitsPlan& plan, int number) {
 // place shows.
 void MakeLogOwn(FolderContent& content, int number) {
   if (number <= 1) return;
-  content.Database().Handle().Exec(
+  content.Db().Exec(
       "DELETE FROM Registro_eventi WHERE IdRegistro IN (SELECT IdRegistro FROM Registro_eventi "
       "ORDER BY IdRegistro LIMIT " + std::to_string(number - 1) + ")");
 }
@@ -43,7 +43,7 @@ std::unique_ptr<FolderContent> OpenContent(const UnitsPlan& plan, int number, co
   }
   auto content = std::make_unique<FolderContent>(dir, log);
   if (fresh && !plan.empty && !demoCopy) {
-    FillDemoTables(content->Database());
+    FillDemoTables(content->Db());
     WriteDemoFiles(dir);
     demoCopy = dir;
   }

@@ -3,13 +3,10 @@
 #include <optional>
 #include <string_view>
 
-#include "link/codes.h"
 #include "message.h"
+#include "protocol.h"
 
 namespace camrelay::unit {
-
-using link::kCrLf;
-using link::kSep;
 
 Upload::Upload(std::string tipo, int count, std::string rest)
     : tipo_(std::move(tipo)), count_(count), rest_(std::move(rest)) {}
