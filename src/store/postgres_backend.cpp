@@ -325,7 +325,8 @@ std::vector<std::string> PasswordsIn(const std::string& conninfo) {
 std::string WithoutPasswords(std::string message, const std::string& conninfo) {
   for (const std::string& password : PasswordsIn(conninfo)) {
     if (password.empty()) continue;
-    for (std::size_t at; (at = message.find(password)) != std::string::npos;) message.replace(at, password.size(), "******");
+    for (std::size_t at; (at = message.find(password)) != std::string::npos;)
+      message.replace(at, password.size(), "******");
   }
   return message;
 }

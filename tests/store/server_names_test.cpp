@@ -69,7 +69,8 @@ TEST(SchemaOfAUnit, NamesPastTheIdentifierLimitGetDistinctStableSchemas) {
     EXPECT_EQ(FirstValue(*again, "SELECT current_schema()"), schemaA);
   }
   auto server = store::ConnectPostgres(Server(base));
-  EXPECT_EQ(FirstValue(*server, "SELECT name FROM camrelay_schema_names WHERE schema = " + server->Literal(schemaB)), b);
+  EXPECT_EQ(FirstValue(*server, "SELECT name FROM camrelay_schema_names WHERE schema = " + server->Literal(schemaB)),
+            b);
   for (const std::string& schema : {schemaA, schemaB}) {
     server->Exec("DROP SCHEMA " + store::QuoteIdentifier(schema) + " CASCADE");
     server->Exec("DELETE FROM camrelay_schema_names WHERE schema = " + server->Literal(schema));
