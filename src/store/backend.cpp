@@ -2,23 +2,14 @@
 
 namespace camrelay::store {
 
-namespace {
-
-// text between quote characters, the inner ones doubled.
-std::string Quoted(std::string_view text, char quote) {
-  std::string quoted(1, quote);
-  for (char c : text) {
-    if (c == quote) quoted += quote;
+std::string QuoteIdentifier(std::string_view name) {
+  std::string quoted = "\"";
+  for (char c : name) {
+    if (c == '"') quoted += '"';
     quoted += c;
   }
-  return quoted + quote;
+  return quoted + '"';
 }
-
-}  // namespace
-
-std::string QuoteIdentifier(std::string_view name) { return Quoted(name, '"'); }
-
-std::string QuoteLiteral(std::string_view text) { return Quoted(text, '\''); }
 
 Transaction::~Transaction() {
   if (done_) return;

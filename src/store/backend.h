@@ -58,6 +58,9 @@ class Backend {
   virtual std::unique_ptr<Rows> ReadTable(std::string_view table) = 0;
   // The SQL expression that orders a table's rows as they were added.
   virtual std::string InsertionOrder() const = 0;
+  // text as an SQL string literal, escaped the way this engine and its
+  // current settings read it (a server may read backslashes as escapes).
+  virtual std::string Literal(std::string_view text) const = 0;
   // An insert into table giving the named columns (none: every default).
   virtual std::unique_ptr<Insert> PrepareInsert(std::string_view table, const std::vector<std::string>& columns) = 0;
 
@@ -74,10 +77,6 @@ class Backend {
 // A name quoted as an SQL identifier, which both engines read the same way:
 // "name", inner quotes doubled.
 std::string QuoteIdentifier(std::string_view name);
-
-// A text quoted as an SQL string literal, which both engines read the same
-// way: 'text', inner quotes doubled.
-std::string QuoteLiteral(std::string_view text);
 
 // One atomic unit of writes: everything since the constructor is undone by
 // the destructor unless Commit ran. Nests inside an outer transaction.

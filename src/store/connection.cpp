@@ -32,16 +32,24 @@ std::string_view Trim(std::string_view text) {
   return text;
 }
 
-std::string_view Unquoted(std::string_view value) {
-  if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') && value.back() == value.front())
-    return value.substr(1, value.size() - 2);
-  return value;
+// A value between quotes loses them, and a quote doubled inside stands for
+// one: "say ""hi""" is say "hi".
+std::string Unquoted(std::string_view value) {
+  if (value.size() < 2 || (value.front() != '"' && value.front() != '\'') || value.back() != value.front())
+    return std::string(value);
+  const char quote = value.front();
+  std::string text;
+  for (std::size_t i = 1; i + 1 < value.size(); ++i) {
+    text += value[i];
+    if (value[i] == quote && value[i + 1] == quote) ++i;
+  }
+  return text;
 }
 
 struct Pair {
   std::string key;  // canonical
   std::string_view name;
-  std::string_view value;
+  std::string value;
 };
 
 // "key=value" pairs split at ";" that is not inside quotes.
@@ -52,7 +60,10 @@ std::vector<Pair> SplitPairs(std::string_view connection) {
   for (std::size_t i = 0; i <= connection.size(); ++i) {
     char c = i < connection.size() ? connection[i] : ';';
     if (quote) {
-      if (c == quote) quote = 0;
+      if (c == quote && i + 1 < connection.size() && connection[i + 1] == quote)
+        ++i;  // a quote doubled inside the value
+      else if (c == quote)
+        quote = 0;
     } else if (c == '"' || c == '\'') {
       quote = c;
     } else if (c == ';') {
@@ -130,20 +141,6 @@ ServerDatabase ServerFromKeys(const std::vector<Pair>& pairs) {
   return server;
 }
 
-std::string PercentDecoded(std::string_view text) {
-  std::string decoded;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size() && std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
-        std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
-      decoded += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
-      i += 2;
-    } else {
-      decoded += text[i];
-    }
-  }
-  return decoded;
-}
-
 // libpq refuses query parameters it does not know: "schema" is ours, taken
 // out before the URI goes to it.
 ServerDatabase ServerFromUri(std::string_view uri) {
@@ -168,14 +165,28 @@ ServerDatabase ServerFromUri(std::string_view uri) {
 
 }  // namespace
 
+std::string PercentDecoded(std::string_view text) {
+  std::string decoded;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size() && std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
+        std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
+      decoded += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
+      i += 2;
+    } else {
+      decoded += text[i];
+    }
+  }
+  return decoded;
+}
+
 DatabaseLocation ParseConnection(std::string_view connection) {
   connection = Trim(connection);
   if (connection.empty())
     throw std::runtime_error("the connection string is empty; give \"Provider=SQLite;Data Source=<file>\"");
   if (IsUri(connection)) return ServerFromUri(connection);
-  if (!HasKeys(connection)) return fs::path(std::string(Unquoted(connection)));
+  if (!HasKeys(connection)) return fs::path(Unquoted(connection));
   std::vector<Pair> pairs = SplitPairs(connection);
-  std::string_view provider, source;
+  std::string provider, source;
   for (const Pair& pair : pairs) {
     if (pair.key == "provider") provider = pair.value;
     if (pair.key == "datasource") source = pair.value;
@@ -183,7 +194,7 @@ DatabaseLocation ParseConnection(std::string_view connection) {
   if (CheckProvider(provider) == Provider::PostgreSQL) return ServerFromKeys(pairs);
   if (source.empty())
     throw std::runtime_error("the connection string names no Data Source; give \"Provider=SQLite;Data Source=<file>\"");
-  return fs::path(std::string(source));
+  return fs::path(source);
 }
 
 fs::path DatabasePath(std::string_view connection) {
@@ -194,7 +205,13 @@ fs::path DatabasePath(std::string_view connection) {
 
 std::string WithSchema(std::string_view connection, std::string_view schema) {
   connection = Trim(connection);
-  if (!IsUri(connection)) return std::string(connection) + ";Schema=" + std::string(schema);
+  if (!IsUri(connection)) {
+    // Quoted, inner quotes doubled: whatever the name holds (";", "=",
+    // quotes), it stays the schema's value and never becomes a key.
+    std::string quoted = "\"";
+    for (char c : schema) quoted += c == '"' ? std::string(2, c) : std::string(1, c);
+    return std::string(connection) + ";Schema=" + quoted + "\"";
+  }
   std::string uri(connection.substr(0, connection.find('?')));
   ServerDatabase server = ServerFromUri(connection);
   std::size_t query = server.conninfo.find('?');

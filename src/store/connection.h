@@ -34,6 +34,9 @@ std::filesystem::path DatabasePath(std::string_view connection);
 
 bool IsServerDatabase(std::string_view connection);
 
+// text with every %XX replaced by the byte it stands for, as in a URI.
+std::string PercentDecoded(std::string_view text);
+
 // The server connection string with its schema replaced by schema: one
 // server database, a schema per unit.
 std::string WithSchema(std::string_view connection, std::string_view schema);

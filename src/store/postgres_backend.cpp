@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <numeric>
 #include <stdexcept>
 
+#include "store/commit_check.h"
 #include "store/schema.h"
 #include "store/text.h"
 
@@ -227,7 +230,8 @@ class PostgresInsert : public Insert {
 
 class PostgresBackend : public Backend {
  public:
-  explicit PostgresBackend(std::shared_ptr<Session> session) : session_(std::move(session)) {}
+  PostgresBackend(std::shared_ptr<Session> session, std::string schema)
+      : session_(std::move(session)), schema_(std::move(schema)) {}
 
   void Exec(const std::string& sql) override { session_->Run(sql); }
 
@@ -240,6 +244,7 @@ class PostgresBackend : public Backend {
   }
 
   std::string InsertionOrder() const override { return QuoteIdentifier(kOrderColumn); }
+  std::string Literal(std::string_view text) const override { return session_->Literal(text); }
 
   std::unique_ptr<Insert> PrepareInsert(std::string_view table, const std::vector<std::string>& columns) override {
     return std::make_unique<PostgresInsert>(session_, std::string(table), columns);
@@ -257,6 +262,14 @@ class PostgresBackend : public Backend {
     if (PQtransactionStatus(session_->conn()) != PQTRANS_INTRANS) {
       Rollback();
       throw std::runtime_error("the transaction was aborted by the server and nothing of it was kept");
+    }
+    if (auto check = CommitCheckOf(schema_)) {
+      try {
+        (*check)(*this);
+      } catch (const std::exception&) {
+        Rollback();
+        throw;
+      }
     }
     depth_ = 0;
     session_->Plain("COMMIT");
@@ -279,8 +292,44 @@ class PostgresBackend : public Backend {
   }
 
   std::shared_ptr<Session> session_;
+  // The schema as the connection string named it; "" for none.
+  std::string schema_;
   int depth_ = 0;
 };
+
+// The password a connection string gives, as written and as libpq reads
+// it: from its password keyword, or from the user part of a URI that libpq
+// may be unable to read at all.
+std::vector<std::string> PasswordsIn(const std::string& conninfo) {
+  std::vector<std::string> passwords;
+  if (PQconninfoOption* options = PQconninfoParse(conninfo.c_str(), nullptr)) {
+    for (PQconninfoOption* o = options; o->keyword; ++o)
+      if (std::string_view(o->keyword) == "password" && o->val && *o->val) passwords.emplace_back(o->val);
+    PQconninfoFree(options);
+  }
+  const std::size_t scheme = conninfo.find("://");
+  if (scheme == std::string::npos) return passwords;
+  const std::size_t start = scheme + 3;
+  const std::string authority = conninfo.substr(start, conninfo.find_first_of("/?", start) - start);
+  const std::size_t at = authority.rfind('@');
+  const std::size_t colon = authority.find(':');
+  if (at != std::string::npos && colon < at) {
+    passwords.push_back(authority.substr(colon + 1, at - colon - 1));
+    passwords.push_back(PercentDecoded(passwords.back()));
+  }
+  return passwords;
+}
+
+// libpq repeats a connection string it cannot read in its message: the
+// password never goes on to a terminal or a report.
+std::string WithoutPasswords(std::string message, const std::string& conninfo) {
+  for (const std::string& password : PasswordsIn(conninfo)) {
+    if (password.empty()) continue;
+    for (std::size_t at; (at = message.find(password)) != std::string::npos;)
+      message.replace(at, password.size(), "******");
+  }
+  return message;
+}
 
 std::shared_ptr<Session> Connect(const ServerDatabase& server) {
   // A server that does not answer is given up after a while rather than
@@ -290,12 +339,32 @@ std::shared_ptr<Session> Connect(const ServerDatabase& server) {
   const char* values[] = {"10", "camrelay", server.conninfo.c_str(), "UTF8", nullptr};
   auto session = std::make_shared<Session>(PQconnectdbParams(keywords, values, 1));
   if (PQstatus(session->conn()) != CONNECTION_OK)
-    throw std::runtime_error("cannot connect to the PostgreSQL server (" + FirstLine(PQerrorMessage(session->conn())) +
+    throw std::runtime_error("cannot connect to the PostgreSQL server (" +
+                             WithoutPasswords(FirstLine(PQerrorMessage(session->conn())), server.conninfo) +
                              "); check Host, Port, Database, User ID and Password");
   // The server's notices ("already exists, skipping") are not for the user.
   PQsetNoticeProcessor(session->conn(), [](void*, const char*) {}, nullptr);
   session->Plain("SET DateStyle = 'ISO, YMD'; SET extra_float_digits = 1");
   return session;
+}
+
+// Where the server keeps which schema holds each shortened name, for whoever
+// reads the schemas without this program.
+constexpr const char* kSchemaNames = R"sql(
+  CREATE TABLE IF NOT EXISTS camrelay_schema_names (
+    name   text PRIMARY KEY,
+    schema text UNIQUE NOT NULL
+  ))sql";
+
+// Records which name a shortened schema stands for; refuses a schema that
+// already stands for another name.
+void RecordSchemaName(Session& session, const std::string& name, const std::string& schema) {
+  session.Plain(kSchemaNames);
+  session.Plain("INSERT INTO camrelay_schema_names (name, schema) VALUES (" + session.Literal(name) + ", " +
+                session.Literal(schema) + ") ON CONFLICT (name) DO NOTHING");
+  Result owner = session.Run("SELECT name FROM camrelay_schema_names WHERE schema = " + session.Literal(schema));
+  if (PQntuples(owner.get()) != 1 || PQgetvalue(owner.get(), 0, 0) != name)
+    throw std::runtime_error("the schema " + schema + " already holds another name's tables");
 }
 
 std::string SchemaName(const ServerDatabase& server) {
@@ -310,7 +379,7 @@ bool HasTables(Session& session) {
 // Makes the schema the one names are looked up in; false when it does not
 // exist.
 bool UseSchema(Session& session, const ServerDatabase& server) {
-  if (!server.schema.empty()) session.Plain("SET search_path TO " + QuoteIdentifier(server.schema));
+  if (!server.schema.empty()) session.Plain("SET search_path TO " + QuoteIdentifier(SchemaIdentifier(server.schema)));
   Result current = session.Run("SELECT current_schema() IS NOT NULL");
   return std::string_view(PQgetvalue(current.get(), 0, 0)) == "t";
 }
@@ -321,7 +390,9 @@ bool CreateIfMissing(Session& session, const ServerDatabase& server) {
   session.Plain("BEGIN");
   try {
     session.Plain("SELECT pg_advisory_xact_lock(hashtext(" + session.Literal("camrelay " + server.schema) + "))");
-    if (!server.schema.empty()) session.Plain("CREATE SCHEMA IF NOT EXISTS " + QuoteIdentifier(server.schema));
+    const std::string schema = SchemaIdentifier(server.schema);
+    if (schema != server.schema) RecordSchemaName(session, server.schema, schema);
+    if (!server.schema.empty()) session.Plain("CREATE SCHEMA IF NOT EXISTS " + QuoteIdentifier(schema));
     if (!UseSchema(session, server)) throw std::runtime_error("the server has no default schema; give Schema=");
     bool create = !HasTables(session);
     if (create) session.Plain(std::string(PostgresSchemaSql()));
@@ -338,6 +409,19 @@ bool CreateIfMissing(Session& session, const ServerDatabase& server) {
 }
 
 }  // namespace
+
+std::string SchemaIdentifier(std::string_view name) {
+  if (name.size() <= kMaxIdentifier) return std::string(name);
+  // FNV-1a: the same digest on every machine and in every build.
+  std::uint64_t hash = 14695981039346656037ull;
+  for (unsigned char c : name) hash = (hash ^ c) * 1099511628211ull;
+  char digest[17];
+  std::snprintf(digest, sizeof digest, "%016llx", static_cast<unsigned long long>(hash));
+  std::size_t keep = kMaxIdentifier - 17;
+  // Never half a UTF-8 character: continuation bytes are 10xxxxxx.
+  while (keep > 0 && (static_cast<unsigned char>(name[keep]) & 0xC0) == 0x80) --keep;
+  return std::string(name.substr(0, keep)) + "_" + digest;
+}
 
 bool IsLibpqKeyword(const std::string& key) {
   PQconninfoOption* options = PQconndefaults();
@@ -357,11 +441,11 @@ std::unique_ptr<Backend> OpenPostgres(const ServerDatabase& server, bool create)
                                " of the PostgreSQL database has no tables and is not created here; open or create "
                                "it with ApriDB first");
   }
-  return std::make_unique<PostgresBackend>(session);
+  return std::make_unique<PostgresBackend>(session, server.schema);
 }
 
 std::unique_ptr<Backend> ConnectPostgres(const ServerDatabase& server) {
-  return std::make_unique<PostgresBackend>(Connect(server));
+  return std::make_unique<PostgresBackend>(Connect(server), "");
 }
 
 bool InitPostgres(const ServerDatabase& server) { return CreateIfMissing(*Connect(server), server); }

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "store/backend.h"
 #include "store/connection.h"
@@ -13,6 +14,17 @@ namespace camrelay::store {
 
 // Whether libpq knows key as a connection keyword (host, dbname, sslmode...).
 bool IsLibpqKeyword(const std::string& key);
+
+// The longest identifier the server keeps whole; a longer one it would cut
+// silently, so that two names alike in their first 63 bytes would share a
+// schema.
+constexpr std::size_t kMaxIdentifier = 63;
+
+// The schema that holds the tables of the schema name given in a connection
+// string: the name itself when the server keeps it whole, else a readable
+// start of it and a digest of all of it. The same on every machine, so that
+// every command finds the schema from the name alone.
+std::string SchemaIdentifier(std::string_view name);
 
 // Connects and makes the schema the one the tables are read from. A schema
 // without tables gets the standard ones when create is set (the schema

@@ -196,6 +196,12 @@ class SqliteBackend : public Backend {
   }
 
   std::string InsertionOrder() const override { return "rowid"; }
+  std::string Literal(std::string_view text) const override {
+    std::unique_ptr<char, decltype(&sqlite3_free)> quoted(
+        sqlite3_mprintf("%Q", std::string(text).c_str()), sqlite3_free);
+    if (!quoted) throw std::bad_alloc();
+    return quoted.get();
+  }
 
   std::unique_ptr<Insert> PrepareInsert(std::string_view table, const std::vector<std::string>& columns) override {
     std::string names, values;

@@ -9,6 +9,7 @@
 #include "e2e_fixture.h"
 #include "postgres_server.h"
 #include "store/connection.h"
+#include "store/postgres_backend.h"
 
 namespace camrelay::e2e {
 namespace {
@@ -134,7 +135,8 @@ TEST_F(Fleet, FiftyUnitsEachGetTheirOwnLogAndTheBadOnesAreReported) {
 // quoted name keeps its comma, and the code never shows.
 TEST_F(Fleet, TextReportAndSuccess) {
   StartUnits(2);
-  const fs::path file = WriteFleet(std::string(kHeader) + "# the gate\n\n" + Line(1, "tcp") +
+  // Saved by a Windows editor: a byte-order mark first, CR LF line ends.
+  const fs::path file = WriteFleet("\xEF\xBB\xBF" + std::string(kHeader) + "# the gate\r\n\n" + Line(1, "tcp") +
                                    "\"north, gate\",127.0.0.1," + std::to_string(ports_[2].udp) +
                                    ",UDP,123456,north\n");
   const Outcome run = Camrelay({"fleet", file.string(), "--parallel", "1", "download-log", "request-command",
@@ -149,6 +151,32 @@ TEST_F(Fleet, TextReportAndSuccess) {
   EXPECT_EQ(run.out.find("123456"), std::string::npos) << run.out;
   EXPECT_EQ(Rows(hostDir() / "north" / "VideoSentrova.db", "Registro_eventi", "IdRegistro"),
             Rows(UnitDb(2), "Registro_eventi", "IdRegistro"));
+}
+
+// A run's report names every unit's outcome; a second run given it serves
+// only the units that failed in it.
+TEST_F(Fleet, ARetryServesOnlyTheUnitsThatFailed) {
+  StartUnits(3);
+  const fs::path report = hostDir() / "first.jsonl";
+  const fs::path wrong = WriteFleet(kHeader + Line(1, "tcp") + Line(2, "tcp", "654000") + Line(3, "udp"));
+  const Outcome first = Camrelay({"fleet", wrong.string(), "--report", report.string(), "download-prog"});
+  ASSERT_EQ(first.exit, 1) << first.out << first.err;
+  nlohmann::json summary;
+  const auto reported = ByUnit(FileBytes(report), summary);
+  ASSERT_EQ(reported.size(), 3u);
+  EXPECT_FALSE(reported.at("u2")["ok"].get<bool>());
+
+  const fs::path right = WriteFleet(kHeader + Line(1, "tcp") + Line(2, "tcp") + Line(3, "udp"));
+  const Outcome retry = Camrelay({"fleet", right.string(), "--retry", report.string(), "--json", "download-prog"});
+  ASSERT_EQ(retry.exit, 0) << retry.out << retry.err;
+  const auto served = ByUnit(retry.out, summary);
+  ASSERT_EQ(served.size(), 1u) << retry.out;
+  EXPECT_TRUE(served.at("u2")["ok"].get<bool>());
+
+  test::WriteFileBytes(report, "{\"unit\":\"u9\",\"ok\":false}\nnot json\n");
+  const Outcome bad = Camrelay({"fleet", right.string(), "--retry", report.string(), "download-prog"});
+  EXPECT_EQ(bad.exit, 2);
+  EXPECT_NE(bad.err.find(":2: not a unit's outcome"), std::string::npos) << bad.err;
 }
 
 // Every fault of a fleet file is found before any unit is contacted, named
@@ -168,13 +196,21 @@ TEST_F(Fleet, BadFleetFilesAreRefusedWithTheirLine) {
       {kHeader + std::string("\"b,127.0.0.1,9,udp,123456,b\n"), ":2: a quoted field is not closed"},
       {kHeader + std::string("b,127.0.0.1,9,udp,123456\n"), ":2: 5 fields where the header has 6"},
       {kHeader, " lists no unit"},
+      {kHeader + good + "b,127.0.0.1,9,udp,123456,a/\n", "is the folder of line 2"},
+      {kHeader + good + "b,127.0.0.1,9,udp,123456,alias\n", "is the folder of line 2"},
+      {"name;host;port;transport;code;dir\na;127.0.0.1;9;udp;123456;a\n", ":1: the fields are separated by semicolons"},
+      {kHeader + std::string("\"b\rc\",127.0.0.1,9,udp,123456,b\n"), ":2: a field holds a carriage return"},
+      {kHeader + std::string(1, '\0') + "b,127.0.0.1,9,udp,123456,b\n", ":2: a field holds a NUL byte"},
   };
+  // "alias" is another name of "a": one folder.
+  fs::create_directories(hostDir() / "a");
+  fs::create_directory_symlink("a", hostDir() / "alias");
   for (const auto& [text, message] : cases) {
     const fs::path file = WriteFleet(text);
     const Outcome run = Camrelay({"fleet", file.string(), "download-log"});
     EXPECT_EQ(run.exit, 2) << text;
     EXPECT_NE(run.err.find(message), std::string::npos) << text << " -> " << run.err;
-    EXPECT_FALSE(fs::exists(hostDir() / "a")) << "a unit was served from a bad file";
+    EXPECT_TRUE(fs::is_empty(hostDir() / "a")) << "a unit was served from a bad file";
   }
   const fs::path file = WriteFleet(kHeader + good);
   const Outcome withHost = Camrelay({"--host", "10.0.0.1", "fleet", file.string(), "download-log"});
@@ -255,24 +291,102 @@ TEST_F(ServerFleet, TwoMachinesWithClaimShareAHundredUnitsServingEachOnce) {
 }
 
 // A machine killed while its units are in flight leaves them claimed until
-// the lease ends; then another machine takes them and serves them.
-TEST_F(ServerFleet, ClaimsOfAMachineThatDiedAreTakenAgainOnceTheirLeaseEnds) {
+// the lease ends. A machine that finds nothing to take while units of the
+// round are still held elsewhere waits for them instead of ending as if the
+// round were done, and takes them once the leases end.
+TEST_F(ServerFleet, AMachineWaitsForUnitsHeldElsewhereAndTakesThemWhenTheirLeaseEnds) {
   const auto [deadFile, aliveFile] = SilentAndAnsweringFleets("c", 3);
   StuckMachine(deadFile, "doomed", "3")->Kill();
 
   const auto start = std::chrono::steady_clock::now();
-  auto early = Machine(aliveFile, "early", {"download-prog"});
-  ASSERT_EQ(early->Wait(60s), 0) << early->Stderr();
-  nlohmann::json summary;
-  EXPECT_TRUE(ByUnit(early->Stdout(), summary).empty()) << early->Stdout();
+  auto waiting = Machine(aliveFile, "waiting", {"download-prog"});
+  ASSERT_EQ(waiting->Wait(60s), 0) << waiting->Stdout() << waiting->Stderr();
   // Every lease ends at most 3 s after the last renewal.
-  std::this_thread::sleep_until(start + 3500ms);
-  auto late = Machine(aliveFile, "late", {"download-prog"});
-  ASSERT_EQ(late->Wait(60s), 0) << late->Stdout() << late->Stderr();
-  const auto served = ByUnit(late->Stdout(), summary);
-  EXPECT_EQ(served.size(), 3u) << late->Stdout();
+  EXPECT_GT(std::chrono::steady_clock::now() - start, 1s);
+  nlohmann::json summary;
+  EXPECT_EQ(ByUnit(waiting->Stdout(), summary).size(), 3u) << waiting->Stdout();
   for (int n = 1; n <= 3; ++n)
     EXPECT_FALSE(ServerRows(store::WithSchema(server, schemas.Schema("c" + std::to_string(n))), "NumTel").empty());
+}
+
+// A machine that hangs past its lease while storing a unit, whose unit
+// another machine then serves, keeps none of its rows when it goes on: the
+// unit's log is stored once.
+TEST_F(ServerFleet, AMachineWhoseLeaseLapsedDoesNotStoreTheUnitAgain) {
+  StartUnits(2, {"--faulty", "1", "--delay", "200"});
+  const std::string name = schemas.Schema("lapsed");
+  auto fleetFor = [&](int number, const std::string& file) {
+    const fs::path path = hostDir() / file;
+    test::WriteFileBytes(path, kHeader + name + ",127.0.0.1," + std::to_string(ports_[number].tcp) +
+                                   ",tcp,123456," + file + ".d\n");
+    return path;
+  };
+  auto slow = Machine(fleetFor(1, "slow.csv"), "slow", {"--lease", "3", "--timeout-long", "60000",
+                                                          "--timeout-short", "60000", "download-log"});
+  EXPECT_FALSE(slow->Wait(1500ms));  // in the middle of its log
+  slow->Pause();
+  std::this_thread::sleep_for(4s);
+  auto other = Machine(fleetFor(2, "other.csv"), "other", {"download-log"});
+  ASSERT_EQ(other->Wait(60s), 0) << other->Stdout() << other->Stderr();
+  slow->Resume();
+  ASSERT_EQ(slow->Wait(120s), 1) << slow->Stdout() << slow->Stderr();
+  EXPECT_NE(slow->Stdout().find("another machine took the unit"), std::string::npos) << slow->Stdout();
+  EXPECT_EQ(ServerRows(store::WithSchema(server, name), "Registro_eventi").size(),
+            Rows(UnitDb(2), "Registro_eventi").size());
+}
+
+// Machines of one round run one fleet: a machine whose fleet file names
+// other units is refused before it claims any, rather than leaving units no
+// machine of the round can serve.
+TEST_F(ServerFleet, ARoundIsRefusedToAFleetFileOfOtherUnits) {
+  StartUnits(2);
+  const fs::path first = WriteFleet(kHeader + NamedLine("p1", 1, "udp"));
+  auto a = Machine(first, "first", {"download-prog"});
+  ASSERT_EQ(a->Wait(60s), 0) << a->Stderr();
+  const fs::path second = hostDir() / "second.csv";
+  test::WriteFileBytes(second, kHeader + NamedLine("p1", 1, "udp") + NamedLine("p2", 2, "udp"));
+  auto b = Machine(second, "second", {"download-prog"});
+  EXPECT_EQ(b->Wait(60s), 1);
+  EXPECT_NE(b->Stderr().find("serves another list of units"), std::string::npos) << b->Stderr();
+
+  // An empty round, an unset variable in a script, is not "no sharing".
+  const Outcome empty = Camrelay({"fleet", first.string(), "--db", server, "--claim", "", "download-prog"});
+  EXPECT_EQ(empty.exit, 2);
+  EXPECT_NE(empty.err.find("the round is empty"), std::string::npos) << empty.err;
+}
+
+// However many links --parallel allows, a fleet opens no more server
+// connections than --db-connections: the other units wait for their turn.
+TEST_F(ServerFleet, ConnectionsStayWithinTheirLimit) {
+  StartUnits(12);
+  std::string text = kHeader;
+  for (int n = 1; n <= 12; ++n) text += NamedLine("k" + std::to_string(n), n, "tcp");
+  const fs::path file = WriteFleet(text);
+  const std::string tag = schemas.Schema("connections");
+  const std::string db = server + "&application_name=" + tag;
+  auto fleet = std::make_unique<Process>(
+      ProgramPath("camrelay"),
+      std::vector<std::string>{"fleet", file.string(), "--db", db, "--claim", round, "--parallel", "64",
+                               "--db-connections", "3", "--json", "download-log"},
+      std::vector<std::string>{}, hostDir().parent_path() / "logs", "bounded");
+  auto watcher = store::ConnectPostgres(std::get<store::ServerDatabase>(store::ParseConnection(server)));
+  std::int64_t peak = 0;
+  std::optional<int> exit;
+  for (const auto deadline = std::chrono::steady_clock::now() + 120s;
+       !exit && std::chrono::steady_clock::now() < deadline; exit = fleet->Wait(20ms)) {
+    auto rows = watcher->Query("SELECT count(*) FROM pg_stat_activity WHERE application_name = " +
+                               watcher->Literal(tag));
+    rows->Next();
+    peak = std::max(peak, std::get<std::int64_t>(rows->Value(0)));
+  }
+  ASSERT_EQ(exit, 0) << fleet->Stdout() << fleet->Stderr();
+  nlohmann::json summary;
+  EXPECT_EQ(ByUnit(fleet->Stdout(), summary).size(), 12u);
+  // The server lists a connection its client has closed until the process
+  // serving it has exited: a few more than the limit may show at once, far
+  // fewer than the 13 an unbounded run opens.
+  EXPECT_GE(peak, 2);
+  EXPECT_LE(peak, 6);
 }
 
 // A machine stopped with Ctrl-C gives its claims up as it ends: another

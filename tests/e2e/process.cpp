@@ -116,6 +116,14 @@ void Process::Interrupt() {
   if (!reaped_ && pid_ > 0) kill(pid_, SIGINT);
 }
 
+void Process::Pause() {
+  if (!reaped_ && pid_ > 0) kill(pid_, SIGSTOP);
+}
+
+void Process::Resume() {
+  if (!reaped_ && pid_ > 0) kill(pid_, SIGCONT);
+}
+
 void Process::Kill() {
   if (reaped_ || pid_ <= 0) return;
   kill(pid_, SIGKILL);

@@ -35,6 +35,9 @@ class Process {
   void Kill();
   // SIGINT, as Ctrl-C sends; the process ends by itself.
   void Interrupt();
+  // SIGSTOP and SIGCONT: a machine that hangs for a while, then goes on.
+  void Pause();
+  void Resume();
 
   // The most memory it held at once, in KiB, as last seen while waiting for
   // it (every 10 ms).

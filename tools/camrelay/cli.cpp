@@ -181,7 +181,26 @@ void AddFleetCommand(CLI::App& app, Collected& c) {
                     "Share the fleet with other machines running the same command: units are claimed from a work "
                     "list named ROUND in the PostgreSQL server of --db, each served by one machine only; a new "
                     "ROUND serves every unit again")
-      ->option_text("ROUND");
+      ->option_text("ROUND")
+      ->check(CLI::Validator(
+          [](std::string& round) {
+            // An unset shell variable must not turn sharing off unseen.
+            return round.empty() ? std::string("the round is empty (an unset variable?); give it a name") : "";
+          },
+          "ROUND"));
+  fleet->add_option("--db-connections", options->dbConnections,
+                    "With a server --db: connections to the server the run opens at most (the work list of --claim "
+                    "counts as one); the links beyond them wait for their turn")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 10000));
+  fleet->add_option("--report", options->report,
+                    "Write the outcome of every unit to FILE, one JSON object a line as with --json, as each "
+                    "unit ends")
+      ->option_text("FILE");
+  fleet->add_option("--retry", options->retry,
+                    "Run only the units that failed in the --report FILE of an earlier run")
+      ->option_text("FILE")
+      ->check(CLI::ExistingFile);
   fleet->add_option("--lease", options->lease,
                     "With --claim: seconds a claimed unit stays this machine's; renewed while it runs, so a "
                     "machine that dies leaves its units to the others once its leases end")

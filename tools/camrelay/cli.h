@@ -32,6 +32,9 @@ struct FleetOptions {
   bool json = false;  // one JSON object a line instead of text
   std::string claim;  // the round shared with other machines through the server; "" for none
   int lease = 60;     // seconds a claimed unit stays this machine's without renewal
+  int dbConnections = 8;  // server connections the run opens at most, with a server --db
+  std::string report;  // a file to write every unit's outcome to, as JSON lines; "" for none
+  std::string retry;   // a report of an earlier run: only its failed units run; "" for all
 };
 
 // camrelay console: the page's server.

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <optional>
 #include <set>
 
@@ -42,6 +43,8 @@ struct Layout {
 };
 
 Layout ColumnsOf(const std::vector<std::string>& header) {
+  if (header.size() == 1 && header[0].find(';') != std::string::npos)
+    throw UsageError("the fields are separated by semicolons; a fleet file separates them by commas");
   Layout layout{{}, header.size()};
   auto& at = layout.at;
   std::vector<bool> seen(kColumns.size(), false);
@@ -94,9 +97,24 @@ FleetUnit UnitOf(const std::vector<std::string>& fields, const Layout& layout, c
   return unit;
 }
 
+// One key for every spelling of a folder: "shared", "shared/" and a link
+// to it are one folder, whose units would overwrite each other's database.
+fs::path SameFolderKey(const fs::path& dir) {
+  std::error_code ec;
+  fs::path resolved = fs::weakly_canonical(dir, ec);
+  if (ec) resolved = dir;
+  if (!resolved.has_filename()) resolved = resolved.parent_path();
+  return resolved;
+}
+
 }  // namespace
 
-std::vector<std::string> CsvFields(const std::string& line) {
+std::vector<std::string> CsvFields(std::string line) {
+  // A line ends in CR LF when the file was written on Windows; a CR or a NUL
+  // anywhere else is no part of a name, a host or a folder.
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  if (line.find('\r') != std::string::npos) throw UsageError("a field holds a carriage return");
+  if (line.find('\0') != std::string::npos) throw UsageError("a field holds a NUL byte");
   std::vector<std::string> fields(1);
   bool quoted = false;
   for (std::size_t i = 0; i < line.size(); ++i) {
@@ -108,7 +126,7 @@ std::vector<std::string> CsvFields(const std::string& line) {
       quoted = !quoted;
     } else if (c == ',' && !quoted) {
       fields.emplace_back();
-    } else if (c != '\r' || quoted) {
+    } else {
       fields.back() += c;
     }
   }
@@ -131,10 +149,13 @@ std::vector<FleetUnit> ReadFleetFile(const fs::path& file) {
   const fs::path base = fs::absolute(file, ec).parent_path();
   std::vector<FleetUnit> units;
   std::set<std::string> names;
-  std::set<fs::path> dirs;
+  // Each folder, as the system resolves it, with the line that gave it.
+  std::map<fs::path, int> dirs;
   std::optional<Layout> columns;
   std::string line;
   for (int number = 1; std::getline(in, line); ++number) {
+    // Editors on Windows start a UTF-8 file with a byte-order mark.
+    if (number == 1 && line.starts_with("\xEF\xBB\xBF")) line.erase(0, 3);
     if (Skipped(line)) continue;
     try {
       if (!columns) {
@@ -143,8 +164,10 @@ std::vector<FleetUnit> ReadFleetFile(const fs::path& file) {
       }
       FleetUnit unit = UnitOf(CsvFields(line), *columns, base);
       if (!names.insert(unit.name).second) throw UsageError("unit name '" + unit.name + "' is used twice");
-      if (!dirs.insert(unit.dir).second)
-        throw UsageError("unit " + unit.name + ": folder " + unit.dir.string() + " is another unit's");
+      const auto [other, added] = dirs.emplace(SameFolderKey(unit.dir), number);
+      if (!added)
+        throw UsageError("unit " + unit.name + ": folder " + unit.dir.string() + " is the folder of line " +
+                         std::to_string(other->second));
       units.push_back(std::move(unit));
     } catch (const UsageError& e) {
       throw UsageError("fleet: " + file.string() + ":" + std::to_string(number) + ": " + e.what());

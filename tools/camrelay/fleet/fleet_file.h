@@ -34,7 +34,8 @@ std::vector<FleetUnit> ReadFleetFile(const std::filesystem::path& file);
 // value of the environment variable env:VAR names. Throws UsageError.
 std::string FleetCode(const std::string& field);
 
-// The fields of one CSV line. Throws UsageError for an unterminated quote.
-std::vector<std::string> CsvFields(const std::string& line);
+// The fields of one CSV line, without its CR LF ending. Throws UsageError
+// for an unterminated quote, and for a CR or NUL byte in a field.
+std::vector<std::string> CsvFields(std::string line);
 
 }  // namespace camrelay::cli

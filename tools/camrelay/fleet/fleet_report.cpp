@@ -1,6 +1,7 @@
 #include "fleet/fleet_report.h"
 
 #include <cstdio>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 namespace camrelay::cli {
@@ -38,20 +39,44 @@ std::string OutcomeLine(const UnitOutcome& outcome) {
   return line;
 }
 
-FleetReport::FleetReport(Console& console, bool json, std::optional<std::size_t> total)
-    : console_(console), json_(json), total_(total) {}
+FleetReport::FleetReport(Console& console, bool json, std::optional<std::size_t> total, std::ostream* file)
+    : console_(console), json_(json), total_(total), file_(file) {}
 
 void FleetReport::UnitEnded(const UnitOutcome& outcome) {
   if (outcome.succeeded)
     ++succeeded_;
   else
     failedNames_.push_back(outcome.name);
-  if (!json_) return console_.Answer(OutcomeLine(outcome));
-  console_.Answer(JsonLine({{"unit", outcome.name},
-                            {"ok", outcome.succeeded},
-                            {"seconds", outcome.seconds},
-                            {"errors", outcome.errors},
-                            {"notes", outcome.notes}}));
+  const std::string json = JsonLine({{"unit", outcome.name},
+                                     {"ok", outcome.succeeded},
+                                     {"seconds", outcome.seconds},
+                                     {"errors", outcome.errors},
+                                     {"notes", outcome.notes}});
+  // Flushed line by line: a run that is killed still leaves what it did.
+  if (file_) *file_ << json << std::endl;
+  console_.Answer(json_ ? json : OutcomeLine(outcome));
+}
+
+std::set<std::string> FailedUnits(const std::filesystem::path& report) {
+  std::ifstream in(report);
+  if (!in) throw UsageError("fleet: cannot read " + report.string());
+  std::set<std::string> failed;
+  std::string line;
+  for (int number = 1; std::getline(in, line); ++number) {
+    if (line.empty()) continue;
+    const auto outcome = nlohmann::json::parse(line, nullptr, false);
+    if (outcome.is_discarded() || !outcome.is_object() || !outcome.contains("unit") || !outcome["unit"].is_string() ||
+        !outcome.contains("ok") || !outcome["ok"].is_boolean())
+      throw UsageError("fleet: " + report.string() + ":" + std::to_string(number) + ": not a unit's outcome");
+    if (!outcome["ok"].get<bool>()) failed.insert(outcome["unit"].get<std::string>());
+  }
+  return failed;
+}
+
+void FleetReport::SourceFailed(const std::string& reason) {
+  sourceFailed_ = true;
+  console_.EndProgress();
+  console_.Error("fleet: the work list: " + reason);
 }
 
 void FleetReport::Progress(std::size_t running) {

@@ -7,6 +7,8 @@
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <filesystem>
+#include <fstream>
+#include <set>
 
 #include "fleet/claim_source.h"
 #include "host/session.h"
@@ -18,6 +20,9 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::chrono::milliseconds kProgressInterval{500};
+// How often a run with nothing to take asks again for the units other
+// machines hold.
+constexpr std::chrono::seconds kAwaitInterval{1};
 
 // Each link holds a socket and a database file open: a big fleet needs more
 // descriptors than the usual soft limit, and the hard limit is ours to take.
@@ -59,7 +64,8 @@ FleetRunner::FleetRunner(boost::asio::io_context& io, UnitSource& source, const 
       output_(output),
       parallel_(static_cast<std::size_t>(std::max(1, parallel))),
       report_(report),
-      done_(std::move(done)) {}
+      done_(std::move(done)),
+      askAgain_(io) {}
 
 FleetRunner::~FleetRunner() = default;
 
@@ -67,9 +73,26 @@ void FleetRunner::Start() { Fill(); }
 
 void FleetRunner::Fill() {
   while (!stopping_ && !exhausted_ && slots_.size() < parallel_) {
-    auto unit = source_.Next();
-    if (!unit) {
+    std::optional<FleetUnit> unit;
+    std::size_t awaited = 0;
+    try {
+      unit = source_.Next();
+      if (!unit) awaited = source_.Awaited();
+    } catch (const std::exception& e) {
+      // The units in flight still end and are reported; no more start.
+      report_.SourceFailed(e.what());
       exhausted_ = true;
+      break;
+    }
+    if (!unit) {
+      if (awaited == 0) {
+        exhausted_ = true;
+      } else {
+        askAgain_.expires_after(kAwaitInterval);
+        askAgain_.async_wait([this](const boost::system::error_code& ec) {
+          if (!ec) Fill();
+        });
+      }
       break;
     }
     Launch(std::move(*unit));
@@ -118,10 +141,14 @@ UnitOutcome FleetRunner::OutcomeOf(const Slot& slot, int failures) const {
 void FleetRunner::Ended(Slot* slot, int failures) {
   const UnitOutcome outcome = OutcomeOf(*slot, failures);
   // A unit interrupted by the operator has not been served.
-  if (stopping_ && !outcome.succeeded)
-    source_.Released(slot->unit);
-  else
-    source_.Finished(slot->unit, outcome.succeeded);
+  try {
+    if (stopping_ && !outcome.succeeded)
+      source_.Released(slot->unit);
+    else
+      source_.Finished(slot->unit, outcome.succeeded);
+  } catch (const std::exception& e) {
+    report_.SourceFailed(e.what());
+  }
   report_.UnitEnded(outcome);
   const auto it = std::find_if(slots_.begin(), slots_.end(), [slot](const auto& s) { return s.get() == slot; });
   // The run whose handler called us is still on the stack: the last owner
@@ -134,28 +161,63 @@ void FleetRunner::Ended(Slot* slot, int failures) {
 
 void FleetRunner::Interrupt() {
   stopping_ = true;
+  askAgain_.cancel();
   for (const auto& slot : slots_)
     if (slot->run) slot->run->Interrupt();
   Fill();
 }
 
+// The fleet file's units, or those of them an earlier report names as
+// failed; every name of the report must be in the file.
+std::vector<FleetUnit> UnitsToServe(const FleetOptions& options) {
+  std::vector<FleetUnit> units = ReadFleetFile(options.file);
+  if (options.retry.empty()) return units;
+  std::set<std::string> failed = FailedUnits(options.retry);
+  std::erase_if(units, [&](const FleetUnit& unit) { return !failed.erase(unit.name); });
+  if (!failed.empty())
+    throw UsageError("fleet: " + options.retry + " names unit '" + *failed.begin() + "', which " + options.file +
+                     " does not list");
+  return units;
+}
+
+// A link holds its unit's database open while it runs: with a server, every
+// link in flight is a connection, and a server refuses connections past its
+// limit. The links are kept within --db-connections, the work list's own
+// connection counted.
+int LinksAtOnce(const Invocation& invocation) {
+  const FleetOptions& options = *invocation.fleet;
+  if (!store::IsServerDatabase(invocation.link.database)) return options.parallel;
+  const int forLinks = options.dbConnections - (options.claim.empty() ? 0 : 1);
+  return std::max(1, std::min(options.parallel, forLinks));
+}
+
 int RunFleet(const Invocation& invocation, Console& console) {
   const FleetOptions& options = *invocation.fleet;
+  std::vector<FleetUnit> toServe = UnitsToServe(options);
+  if (toServe.empty()) {
+    console.Note("fleet: no unit failed in " + options.retry + "; nothing to run");
+    return 0;
+  }
+  std::ofstream reportFile;
+  if (!options.report.empty()) {
+    reportFile.open(options.report, std::ios::trunc);
+    if (!reportFile) throw UsageError("fleet: --report: cannot write " + options.report);
+  }
   std::unique_ptr<UnitSource> units;
   ClaimSource* claims = nullptr;
   if (options.claim.empty()) {
-    units = std::make_unique<ListSource>(ReadFleetFile(options.file));
+    units = std::make_unique<ListSource>(std::move(toServe));
   } else {
-    units = std::make_unique<ClaimSource>(ReadFleetFile(options.file), invocation.link.database, options.claim,
+    units = std::make_unique<ClaimSource>(std::move(toServe), invocation.link.database, options.claim,
                                           std::chrono::seconds(options.lease));
     claims = static_cast<ClaimSource*>(units.get());
   }
   UnitSource& source = *units;
   RaiseOpenFileLimit();
   boost::asio::io_context io;
-  FleetReport report(console, options.json, source.Total());
-  FleetRunner runner(io, source, invocation.commands, invocation.link, invocation.output, options.parallel, report,
-                     [&io] { io.stop(); });
+  FleetReport report(console, options.json, source.Total(), options.report.empty() ? nullptr : &reportFile);
+  FleetRunner runner(io, source, invocation.commands, invocation.link, invocation.output, LinksAtOnce(invocation),
+                     report, [&io] { io.stop(); });
 
   bool interrupted = false;
   boost::asio::signal_set signals(io, SIGINT, SIGTERM);
@@ -203,7 +265,7 @@ int RunFleet(const Invocation& invocation, Console& console) {
   io.restart();
   io.poll();
   report.Summary(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), interrupted);
-  return report.failed() > 0 || interrupted ? 1 : 0;
+  return report.failed() > 0 || report.sourceFailed() || interrupted ? 1 : 0;
 }
 
 }  // namespace camrelay::cli

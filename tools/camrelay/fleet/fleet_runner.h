@@ -4,6 +4,7 @@
 #pragma once
 
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -50,6 +51,8 @@ class FleetRunner {
   std::size_t parallel_;
   FleetReport& report_;
   std::function<void()> done_;
+  // Asks the source again while other machines hold units it may get back.
+  boost::asio::steady_timer askAgain_;
   std::list<std::unique_ptr<Slot>> slots_;
   bool stopping_ = false;
   bool exhausted_ = false;

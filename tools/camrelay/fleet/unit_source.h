@@ -15,8 +15,11 @@ namespace camrelay::cli {
 class UnitSource {
  public:
   virtual ~UnitSource() = default;
-  // The next unit to serve; nullopt when there is none left.
+  // The next unit to serve; nullopt when there is none to take now.
   virtual std::optional<FleetUnit> Next() = 0;
+  // How many units, none of them to take now, may still come back to this
+  // run (held by another machine that may die): the run waits for them.
+  virtual std::size_t Awaited() { return 0; }
   // The unit's run is over.
   virtual void Finished(const FleetUnit& unit, bool succeeded) = 0;
   // The unit's run was cut short by the operator: it is still to be served,
