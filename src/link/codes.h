@@ -87,7 +87,7 @@ enum class BusyWait { AMinute, Briefly, NoLimit };
 struct Busy {
   StatoConnessioneEnum becomes;   // the exchange moves on to this state; cNoOperation: it stays
   StatoConnessioneEnum reported;  // raised to the host; cNoOperation: nothing
-  BusyWait wait;                  // read in the state "BS" leaves
+  BusyWait wait;                  // read in the state "BS" leaves the exchange in
 };
 
 // How many attempts the reply timer makes before it gives up.

@@ -91,3 +91,13 @@ TEST(Packets, ReadingOutsideTheArrayGivesEmptyWithoutAnEvent) {
   EXPECT_EQ(f.form().GetStringaPar(2), "");
   EXPECT_TRUE(f.debug.empty());
 }
+
+// Counts and lengths are read as the digits at the start of a field, after
+// blanks and a sign; anything else reads as 0.
+TEST(Numbers, ALeadingNumberTakesBlanksAndASignBeforeItsDigits) {
+  using link::LeadingNumber;
+  EXPECT_EQ(LeadingNumber(" \t-12x"), -12);
+  EXPECT_EQ(LeadingNumber("+7{}9"), 7);
+  EXPECT_EQ(LeadingNumber("  "), 0);
+  EXPECT_EQ(LeadingNumber("x5"), 0);
+}
