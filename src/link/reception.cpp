@@ -40,8 +40,8 @@ std::optional<int> CompletionState(const std::string& tipo) {
 
 }  // namespace
 
-// The log and camera-event packets stay in StringaPar for the host to read
-// until the next acceptance resizes it.
+// The log and camera events are stored here, only what is new, and their
+// packets stay in StringaPar too until the next acceptance resizes it.
 void CompleteTransfer(frmClient& form, const std::string& tipo) {
   form.tmrTimeOut->setEnabled(false);
   if (IsImageType(tipo)) {
@@ -52,6 +52,9 @@ void CompleteTransfer(frmClient& form, const std::string& tipo) {
     store::SaveVideoSentrovaDB(form.StringaPar, form.Database(), &form);
   } else if (tipo == "06") {
     store::SaveMessaggiWave(form.StringaPar, fs::path(form.BaseDir()) / "Audio", &form);
+  } else if (tipo == "03" || tipo == "04" || tipo == "53") {
+    form.RecordsNew =
+        store::AddNewRecords(form.StringaPar, form.Database(), tipo == "53" ? "CamEvents" : "Registro_eventi", &form);
   } else if (tipo == "51") {
     form.StringaRicevuta =
         CreaStringaComando(form.StringaPar, form.IsTCP() ? sckTCPProtocol : sckUDPProtocol, &form);

@@ -115,6 +115,7 @@ void GiveUp(frmClient& f) {
   f.Stato = cNoOperation;
   // A lost preview image is not worth an error: the next one is on its way.
   if (f.sTipoArrivo != "09") {
+    f.lastOutcome = RequestOutcome::RetriesExhausted;  // already when the error is raised
     f.StringaErroreConnessione = "Raggiunto il numero massimo di tentativi.";
     f.RaiseStato(cErroreConnessione);
   }
