@@ -241,8 +241,8 @@ TEST_F(Faults, ALogWithABadRecordKeepsTheGoodOnes) {
   const std::size_t events = Rows(unitDb(), "Registro_eventi").size();
   const Outcome run = Host({"download-log"});
   EXPECT_EQ(run.exit, 1);
-  EXPECT_NE(run.err.find("download-log: " + std::to_string(events) + " records stored; 1 problem(s) with the "
-                         "others: AppendRecordLines on line"),
+  EXPECT_NE(run.err.find("download-log: " + std::to_string(events) + " new records stored; 1 problem(s) with the "
+                         "others: AddNewRecords on line"),
             std::string::npos)
       << run.err;
   EXPECT_NE(run.err.find("\"domani\" is not a date"), std::string::npos) << run.err;

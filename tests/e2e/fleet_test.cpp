@@ -142,7 +142,7 @@ TEST_F(Fleet, TextReportAndSuccess) {
   ASSERT_EQ(run.exit, 0) << run.out << run.err;
   EXPECT_NE(run.out.find("u1: ok in "), std::string::npos) << run.out;
   EXPECT_NE(run.out.find("north, gate: ok in "), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find(": download-log: 2999 records added to Registro_eventi; ECHO:ECHO ******\n"),
+  EXPECT_NE(run.out.find(": download-log: 2999 new records added to Registro_eventi; ECHO:ECHO ******\n"),
             std::string::npos) << run.out;
   EXPECT_NE(run.out.find("fleet: 2 units in "), std::string::npos) << run.out;
   EXPECT_NE(run.out.find(", 2 succeeded, 0 failed\n"), std::string::npos) << run.out;
