@@ -20,7 +20,8 @@ bool Failed(const Outcome& run, const std::string& command) {
 }
 
 bool GaveUp(const Outcome& run, const std::string& command) {
-  return run.err.find("camrelay: " + command + ": " + kGiveUp) != std::string::npos;
+  const auto at = run.err.find("camrelay: " + command + ": no answer from ");
+  return at != std::string::npos && run.err.find(std::string("(") + kGiveUp + ")\n", at) != std::string::npos;
 }
 
 std::string AllByteValues(std::size_t size) {

@@ -18,6 +18,14 @@ using namespace std::chrono_literals;
 
 constexpr const char* kGiveUp = "Raggiunto il numero massimo di tentativi.";
 constexpr const char* kWrongCode = "Password di accesso errata!";
+
+// The unit's report holds one error, of its download, quoting the library's words.
+bool OneError(const nlohmann::json& unit, const std::string& words) {
+  const auto& errors = unit["errors"];
+  if (errors.size() != 1) return false;
+  const std::string error = errors[0].get<std::string>();
+  return error.starts_with("download-log: ") && error.find("(" + words + ")") != std::string::npos;
+}
 constexpr const char* kHeader = "name,host,port,transport,code,dir\n";
 
 struct UnitPorts {
@@ -111,12 +119,11 @@ TEST_F(Fleet, FiftyUnitsEachGetTheirOwnLogAndTheBadOnesAreReported) {
     succeeded += unit["ok"].get<bool>();
     if (wrongCode.contains(n) || silent.contains(n)) {
       EXPECT_FALSE(unit["ok"].get<bool>());
-      EXPECT_EQ(unit["errors"], nlohmann::json::array({std::string("download-log: ") +
-                                                       (silent.contains(n) ? kGiveUp : kWrongCode)}));
+      EXPECT_TRUE(OneError(unit, silent.contains(n) ? kGiveUp : kWrongCode)) << unit.dump();
       EXPECT_TRUE(Rows(HostDb(n), "Registro_eventi").empty());
     } else if (n == lossy && !unit["ok"].get<bool>()) {
       // A lossy link may use up the retries; it then leaves nothing behind.
-      EXPECT_EQ(unit["errors"], nlohmann::json::array({std::string("download-log: ") + kGiveUp}));
+      EXPECT_TRUE(OneError(unit, kGiveUp)) << unit.dump();
       EXPECT_TRUE(Rows(HostDb(n), "Registro_eventi").empty());
     } else {
       EXPECT_TRUE(unit["ok"].get<bool>()) << unit.dump();
