@@ -129,6 +129,10 @@ class clsClient {
   // system picks, and DelayLoadDataFromDB is 50. Takes effect at the next
   // Connetti and survives link rebuilds.
   void UsaFileImpostazioni(bool usa);
+  // Whether Connetti binds a local port the system picks (LocalPort then
+  // reads it back) instead of LocalPort; the settings file keeps the port it
+  // holds. Takes effect at the next Connetti and survives link rebuilds.
+  void PortaLocaleLibera(bool libera);
 
   // What the link is doing and how its last request ended.
   LinkStatus Status() const;
@@ -167,8 +171,10 @@ class clsClient {
   std::string stringaConnDB_;
   int timeoutLong_ = 0, timeoutShort_ = 0, retries_ = 0;
   bool usaFileImpostazioni_ = true;
+  bool portaLocaleLibera_ = false;
   // How the last request of a link that was taken down ended.
   RequestOutcome retiredOutcome_ = RequestOutcome::None;
+  int retiredRequestsEnded_ = 0;
   // Set while this object lives; posted work checks it before touching us.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

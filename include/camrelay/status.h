@@ -32,8 +32,10 @@ struct LinkStatus {
   bool linked = false;                     // Connetti has set up a link
   bool connecting = false;                 // a TCP connection is being made
   bool connected = false;                  // the socket is connected (TCP) or bound (UDP)
+  StatoDBEnum database = cDbChiuso;       // the database's state
   StatoConnessioneEnum operation = cNoOperation;
   std::string transferType;                // the type of the transfer in hand ("00" when none)
+  bool upload = false;                     // the transfer in hand goes to the unit
   // The transfer in hand: packets sent or received, of how many.
   int packetsDone = 0;
   int packetsExpected = 0;
@@ -48,7 +50,17 @@ struct LinkStatus {
   int timeoutShortMs = 0;
   int retryLimit = 0;
   RequestOutcome lastOutcome = RequestOutcome::None;
-  std::string lastOutcomeText;             // the unit's or the link's own words, when it said any
+  // How many requests have ended on this client, links rebuilt or replaced
+  // included: a host
+  // that notes it when it queues a request knows that lastOutcome is about
+  // that request, or a later one, once the count has moved.
+  int requestsEnded = 0;
+  std::string lastOutcomeText;
+  // The last download of the event log or of the camera events: how many of
+  // its records were new and added to the table (the unit sends every record
+  // it holds each time; those already in the table are not added again).
+  // Read it when the download's completion state is raised.
+  int recordsNew = 0;             // the unit's or the link's own words, when it said any
 };
 
 // Plain English for an outcome, for a face to show beside the unit's text.

@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "component/settings.h"
+#include "link/codes.h"
 #include "link/frmClient.h"
 #include "link/guard.h"
 #include "store/DataVideo.h"
@@ -127,6 +128,7 @@ void clsClient::Subscribe() {
 // detached now, and destroyed from a later turn of the loop.
 void clsClient::RetireForm() {
   retiredOutcome_ = frm_->lastOutcome;
+  retiredRequestsEnded_ += frm_->RequestsEnded;
   frm_->CambioStatoConnessione = nullptr;
   frm_->CambioStatoDB = nullptr;
   frm_->OnDebug = nullptr;
@@ -361,7 +363,7 @@ void clsClient::Connetti(const std::string& RemoteHost, int RemotePort, int Loca
     frm_->Form_Load();
     frm_->IpAddressRemote = remoteHost_;
     frm_->RemoteAddrPort = remotePort_;
-    frm_->LocalAddrPort = localPort_;
+    frm_->LocalAddrPort = portaLocaleLibera_ ? 0 : localPort_;
     frm_->ShowCamRelay = false;
     frm_->ViewLibraryErr = viewRunTimeError_;
     frm_->DelayLoadDataFromDB = delayLoadDataFromDB_;
@@ -418,6 +420,8 @@ StatoConnessioneEnum clsClient::StatoCorrente() {
 LinkStatus clsClient::Status() const {
   LinkStatus status;
   status.lastOutcome = retiredOutcome_;
+  status.requestsEnded = retiredRequestsEnded_;
+  status.database = db_->StatoDB;
   if (!frm_) return status;
   const link::frmClient& f = *frm_;
   status.linked = true;
@@ -426,6 +430,7 @@ LinkStatus clsClient::Status() const {
   status.connected = socket == link::sckConnected || socket == link::sckOpen;
   status.operation = static_cast<StatoConnessioneEnum>(f.Stato);
   status.transferType = f.sTipoArrivo;
+  status.upload = link::IsUploadType(f.sTipoArrivo);
   const auto [done, expected] = link::TransferProgress(f);
   status.packetsDone = done;
   status.packetsExpected = expected;
@@ -438,6 +443,8 @@ LinkStatus clsClient::Status() const {
   status.timeoutLongMs = f.TimeOutLungo;
   status.timeoutShortMs = f.TimeOutBreve;
   status.retryLimit = f.TentativiTimeOutMax;
+  status.recordsNew = f.RecordsNew;
+  status.requestsEnded += f.RequestsEnded;
   if (f.lastOutcome != RequestOutcome::None) status.lastOutcome = f.lastOutcome;
   if (status.lastOutcome != RequestOutcome::Completed) status.lastOutcomeText = f.StringaErroreConnessione;
   return status;
@@ -450,6 +457,8 @@ void clsClient::ImpostaTempiRisposta(int timeoutLongMs, int timeoutShortMs, int 
 }
 
 void clsClient::UsaFileImpostazioni(bool usa) { usaFileImpostazioni_ = usa; }
+
+void clsClient::PortaLocaleLibera(bool libera) { portaLocaleLibera_ = libera; }
 
 // ---- The rebuild of the link. ------------------------------------------------------
 

@@ -1,6 +1,7 @@
 #include "host/actions.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstdio>
 #include <fstream>
 #include <vector>
@@ -8,6 +9,7 @@
 #include "common/debug_sink.h"
 #include "files/voice.h"
 #include "store/download.h"
+#include "store/text.h"
 
 namespace camrelay::host {
 namespace fs = std::filesystem;
@@ -114,20 +116,53 @@ class SimpleAction : public Action {
   Bar bar_;
 };
 
-// A download whose record lines the reception leaves in the packet array.
-// A programming that replaces the one held is stored all or nothing, so that
-// a bad record never leaves half of it behind (the unit still has it; run
-// again). Records that are added (the log, which the unit may have erased
-// once sent; camera events) keep the good ones, as the library's own store
-// does, and the bad ones are reported.
-class RecordsAction : public SimpleAction {
+// A download of records that only grow (the event log, the camera events):
+// the library stores on completion the records it did not hold already, and
+// reports a record it could not store as a diagnostic line.
+class NewRecordsAction : public SimpleAction {
  public:
-  RecordsAction(const Command& command, Starter start, StatoConnessioneEnum completion, std::string table,
-                bool replace)
-      : SimpleAction(command, start, completion, Bar::Download), table_(std::move(table)), replace_(replace) {}
+  NewRecordsAction(const Command& command, Starter start, StatoConnessioneEnum completion, std::string table)
+      : SimpleAction(command, start, completion, Bar::Download), table_(std::move(table)) {}
 
   void OnState(Context& ctx, StatoConnessioneEnum stato) override {
-    Action::OnState(ctx, stato);
+    if (stato == Completion()) recordsNew_ = ctx.client.Status().recordsNew;
+    SimpleAction::OnState(ctx, stato);
+  }
+
+  void OnDebug(const std::string& line) override {
+    if (!line.starts_with("AddNewRecords")) return;
+    if (problems_++ == 0) firstProblem_ = line;
+  }
+
+  std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
+    auto failure = Action::Finish(ctx, error);
+    if (failure) return failure;
+    if (problems_ > 0)
+      return std::to_string(recordsNew_) + " new records stored; " + std::to_string(problems_) +
+             " problem(s) with the others: " + firstProblem_ + (problems_ > 1 ? " (run with -v for all)" : "");
+    ctx.console.Note(command().name + ": " + std::to_string(recordsNew_) + " new records added to " + table_);
+    return std::nullopt;
+  }
+
+ private:
+  std::string table_;
+  int recordsNew_ = 0;
+  int problems_ = 0;
+  std::string firstProblem_;
+};
+
+// The camera-event programming is whole: the one received replaces the one
+// held, holidays included, all or nothing, so that a bad record never leaves
+// half of it behind (the unit still has it; run again).
+class ProgCamEventsAction : public SimpleAction {
+ public:
+  explicit ProgCamEventsAction(const Command& command)
+      : SimpleAction(
+            command, [](clsClient& c, const Command&) { c.DownloadProgCamEvents(); }, cRicezioneProgCamEventsOK,
+            Bar::Download) {}
+
+  void OnState(Context& ctx, StatoConnessioneEnum stato) override {
+    SimpleAction::OnState(ctx, stato);
     // Stored once, even if the unit's last packet were to complete it twice.
     if (stato == Completion() && !stored_) {
       stored_ = true;
@@ -138,8 +173,9 @@ class RecordsAction : public SimpleAction {
   std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
     if (storeError_) return storeError_;
     auto failure = Action::Finish(ctx, error);
-    if (!failure) ctx.console.Note(command().name + ": " + std::to_string(records_) + " records " +
-                                   (replace_ ? "stored in " : "added to ") + table_);
+    if (!failure)
+      ctx.console.Note(command().name + ": " + std::to_string(records_) +
+                       " records stored in ProgCamEvents and Festivita");
     return failure;
   }
 
@@ -151,28 +187,19 @@ class RecordsAction : public SimpleAction {
       store::DataVideo& db = ctx.client.Database();
       db.EnsureOpen(nullptr, "camrelay");
       store::Transaction transaction(db.Handle());
-      if (replace_) {
-        // A camera-event programming is whole: the one received replaces
-        // the one held, holidays included.
-        db.Execute("Del_ProgCamEvents");
-        db.Handle().Exec("DELETE FROM \"Festivita\"");
-      }
+      db.Execute("Del_ProgCamEvents");
+      db.Handle().Exec("DELETE FROM \"Festivita\"");
       records_ = store::AppendRecordLines(dati, db, &sink);
-      if (sink.reports > 0 && replace_)
+      if (sink.reports > 0)
         return std::to_string(sink.reports) + " problem(s) storing what the unit sent; nothing was stored "
                "(run with -v for details)";
       transaction.Commit();
-      if (sink.reports > 0)
-        return std::to_string(records_) + " records stored; " + std::to_string(sink.reports) +
-               " problem(s) with the others: " + sink.first + (sink.reports > 1 ? " (run with -v for all)" : "");
     } catch (const std::exception& e) {
       return std::string("cannot store what the unit sent: ") + e.what();
     }
     return std::nullopt;
   }
 
-  std::string table_;
-  bool replace_;
   bool stored_ = false;
   int records_ = 0;
   std::optional<std::string> storeError_;
@@ -221,7 +248,7 @@ class AnswerAction : public SimpleAction {
  public:
   explicit AnswerAction(const Command& command)
       : SimpleAction(
-            command, [](clsClient& c, const Command& cmd) { c.DownLoadStrCommand(cmd.argument); },
+            command, [](clsClient& c, const Command& cmd) { c.DownLoadStrCommand(store::Utf8ToCp1252(cmd.argument)); },
             cRicezioneStringaOK, Bar::None) {}
 
   void OnState(Context& ctx, StatoConnessioneEnum stato) override {
@@ -336,9 +363,13 @@ class PreviewAction : public Action {
  public:
   using Action::Action;
 
-  void Start(Context& ctx) override { ctx.client.VideoCicle(command().cameras); }
+  void Start(Context& ctx) override {
+    endedBefore_ = ctx.client.Status().requestsEnded;
+    ctx.client.VideoCicle(command().cameras);
+  }
 
   void OnState(Context& ctx, StatoConnessioneEnum stato) override {
+    if (StoppedByUnit(ctx)) return;
     if (stato != cRicezionePreViewOK || saved_ >= command().images) return;
     try {
       const int camera = ctx.client.CameraPreview();
@@ -354,6 +385,7 @@ class PreviewAction : public Action {
   // images that never arrived at all make the preview fail.
   std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
     if (saveError_) return saveError_;
+    if (unitError_) return unitError_;
     if (saved_ < command().images)
       return error.value_or("only " + std::to_string(saved_) + " of " + std::to_string(command().images) +
                             " images arrived");
@@ -365,6 +397,84 @@ class PreviewAction : public Action {
   StatoConnessioneEnum Completion() const override { return cRicezionePreViewOK; }
 
  private:
+  // A camera the unit does not have is answered "Reg Error", and the cycle
+  // would ask for it again at once, for ever: the preview stops there.
+  bool StoppedByUnit(Context& ctx) {
+    if (unitError_) return true;
+    const LinkStatus status = ctx.client.Status();
+    if (status.requestsEnded == endedBefore_ || status.lastOutcome != RequestOutcome::UnitError) return false;
+    unitError_ = "camera " + std::to_string(ctx.client.CameraPreview()) +
+                 ": the unit answered \"Reg Error\" (it has no such camera)";
+    ctx.client.VideoCicle(0);
+    return true;
+  }
+
+  int saved_ = 0;
+  int endedBefore_ = 0;
+  std::optional<std::string> saveError_;
+  std::optional<std::string> unitError_;
+};
+
+// A clip recorded on the unit: it opens paused on its first frame, goes to
+// --seek, and moves --step frames at a time; each frame asked for is saved,
+// and the clip is closed after --frames of them. Every move is queued from
+// inside the event of the frame before it, while the link still holds that
+// request, so that it follows at once.
+class PlaybackAction : public Action {
+ public:
+  using Action::Action;
+
+  void Start(Context& ctx) override {
+    endedBefore_ = ctx.client.Status().requestsEnded;
+    ctx.client.AttivaPreview(command().argument);
+  }
+
+  void OnState(Context& ctx, StatoConnessioneEnum stato) override {
+    if (stato != cRicezionePreViewOK || closing_) return;
+    if (!opened_) {
+      opened_ = true;
+      if (command().seek >= 0) return ctx.client.CurrentTimeFileVideo(command().seek);
+    } else if (movesLeft_ > 0 && --movesLeft_ > 0) {
+      return Move(ctx);
+    }
+    try {
+      SaveImage(ctx, "playback-" + fs::path(command().argument).stem().string() + "-");
+      ++saved_;
+    } catch (const std::exception& e) {
+      saveError_ = e.what();
+    }
+    if (saveError_ || saved_ >= command().images) {
+      closing_ = true;
+      ctx.client.AttivaPreview("CLOSE:");
+      return;
+    }
+    movesLeft_ = std::abs(command().step);
+    Move(ctx);
+  }
+
+  std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
+    if (saveError_) return saveError_;
+    const LinkStatus status = ctx.client.Status();
+    if (status.requestsEnded != endedBefore_ && status.lastOutcome == RequestOutcome::UnitError)
+      return "the unit answered \"Reg Error\": it has no clip " + command().argument + ", or cannot play it";
+    if (error) return error;
+    if (saved_ < command().images)
+      return "only " + std::to_string(saved_) + " of " + std::to_string(command().images) + " frames arrived";
+    ctx.console.Note(command().name + ": " + std::to_string(saved_) + " frames of " + command().argument +
+                     " saved in Snapshot/");
+    return std::nullopt;
+  }
+
+ protected:
+  StatoConnessioneEnum Completion() const override { return cNoOperation; }
+
+ private:
+  void Move(Context& ctx) { ctx.client.AttivaPreview(command().step > 0 ? "NEXTFRAME:" : "PREVFRAME:"); }
+
+  int endedBefore_ = 0;
+  bool opened_ = false;
+  bool closing_ = false;
+  int movesLeft_ = 0;
   int saved_ = 0;
   std::optional<std::string> saveError_;
 };
@@ -401,20 +511,17 @@ std::unique_ptr<Action> MakeAction(const Command& c) {
       return Simple(c, [](clsClient& cl, const Command&) { cl.UpLoadProgrammazione(); }, cTrasmissioneOK,
                     Bar::Upload);
     case Op::DownloadLog:
-      return std::make_unique<RecordsAction>(
-          c, [](clsClient& cl, const Command&) { cl.ScaricaLog(); }, cRicezioneLogOK, "Registro_eventi", false);
+      return std::make_unique<NewRecordsAction>(
+          c, [](clsClient& cl, const Command&) { cl.ScaricaLog(); }, cRicezioneLogOK, "Registro_eventi");
     case Op::EraseLog:
       // The erase is acknowledged with an empty transfer that raises no
       // completion state of its own.
       return Simple(c, [](clsClient& cl, const Command&) { cl.CancellaLog(); }, cNoOperation);
     case Op::DownloadCamEvents:
-      return std::make_unique<RecordsAction>(
-          c, [](clsClient& cl, const Command&) { cl.DownloadCamEvents(); }, cRicezioneCamEventsOK, "CamEvents",
-          false);
+      return std::make_unique<NewRecordsAction>(
+          c, [](clsClient& cl, const Command&) { cl.DownloadCamEvents(); }, cRicezioneCamEventsOK, "CamEvents");
     case Op::DownloadProgCamEvents:
-      return std::make_unique<RecordsAction>(
-          c, [](clsClient& cl, const Command&) { cl.DownloadProgCamEvents(); }, cRicezioneProgCamEventsOK,
-          "ProgCamEvents and Festivita", true);
+      return std::make_unique<ProgCamEventsAction>(c);
     case Op::UploadProgCamEvents:
       return Simple(c, [](clsClient& cl, const Command&) { cl.UpLoadProgCamEvents(); }, cTrasmissioneOK,
                     Bar::Upload);
@@ -429,7 +536,7 @@ std::unique_ptr<Action> MakeAction(const Command& c) {
       return std::make_unique<MediaAction>(c);
     case Op::SendCommand:
       // A command string's upload ends without a completion state.
-      return Simple(c, [](clsClient& cl, const Command& cmd) { cl.UploadStrCommand(cmd.argument); },
+      return Simple(c, [](clsClient& cl, const Command& cmd) { cl.UploadStrCommand(store::Utf8ToCp1252(cmd.argument)); },
                     cNoOperation);
     case Op::RequestCommand:
       return std::make_unique<AnswerAction>(c);
@@ -447,6 +554,8 @@ std::unique_ptr<Action> MakeAction(const Command& c) {
       }, cTrasmissioneOK);
     case Op::Preview:
       return std::make_unique<PreviewAction>(c);
+    case Op::Playback:
+      return std::make_unique<PlaybackAction>(c);
   }
   return nullptr;
 }

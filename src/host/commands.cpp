@@ -7,6 +7,7 @@
 
 #include "files/safe_name.h"
 #include "store/DataVideo.h"
+#include "store/text.h"
 
 namespace camrelay::host {
 namespace fs = std::filesystem;
@@ -60,6 +61,11 @@ constexpr CommandInfo kCommands[] = {
      "Snapshot/preview-cam<C>-<NNNN>.jpg, numbered on from the images already there; stop the preview "
      "after --images images.",
      "The cameras, 1 to 31, separated by commas"},
+    {Op::Playback, "playback", "CLIP",
+     "Open a clip recorded on the unit, save the frame it shows as Snapshot/playback-<CLIP>-<NNNN>.jpg, go to "
+     "--seek, then save --frames frames in all, moving --step frames between two; close the clip. A clip the "
+     "unit does not have (it answers \"Reg Error\") is a failure.",
+     "The clip's name on the unit (a .avi file), without any folder"},
 };
 
 constexpr std::size_t kMaxCodeLength = 6;
@@ -97,6 +103,11 @@ void CheckCommand(Command& command) {
     case Op::RequestCommand:
       if (command.argument.find(kSeparator) != std::string::npos)
         throw UsageError(what + ": a command string cannot contain \"{}\"");
+      // The unit's text is Windows-1252: a character it has no byte for
+      // would arrive as "?".
+      if (store::Cp1252ToUtf8(store::Utf8ToCp1252(command.argument)) != command.argument)
+        throw UsageError(what + ": the command string holds a character the unit cannot take (its text is "
+                         "Windows-1252), or text that is not UTF-8");
       break;
     case Op::StreamImage:
       command.cameras = ParseCamera(command.argument, what);
@@ -104,6 +115,13 @@ void CheckCommand(Command& command) {
     case Op::SetInstallerCode:
     case Op::SetUserCode:
       CheckCode(command.argument, what);
+      break;
+    case Op::Playback:
+      // The link tells a clip from a camera or a playback command by ".avi".
+      if (!store::IsPlainFileName(command.argument) || command.argument.find(".avi") == std::string::npos ||
+          command.argument.find(':') != std::string::npos)
+        throw UsageError(what + ": '" + command.argument + "' is not a clip name (a plain file name holding .avi)");
+      if (command.step == 0) throw UsageError(what + ": --step 0 would show the same frame again");
       break;
     case Op::Preview: {
       std::string_view rest = command.argument;
@@ -173,6 +191,42 @@ void CheckSource(const Command& command, const std::string& connection, bool hav
                      " (download from the unit first, or run 'camrelay db init')");
   const bool sendsTables = command.op == Op::UploadProg || command.op == Op::UploadProgCamEvents;
   if (sendsTables && !filledEarlier) CheckNotEmpty(command, connection);
+}
+
+namespace {
+
+// Edits (insert, delete, replace, swap of neighbours) from a to b.
+std::size_t EditDistance(const std::string& a, const std::string& b) {
+  std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+  for (std::size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
+  for (std::size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i)
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+      if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+    }
+  return d[a.size()][b.size()];
+}
+
+// Words longer than this are not commands anyone meant.
+constexpr std::size_t kLongestWord = 64;
+
+}  // namespace
+
+std::string NearestName(const std::string& word, const std::vector<std::string>& names) {
+  if (word.empty() || word.size() > kLongestWord) return "";
+  std::string best;
+  std::size_t bestDistance = 0;
+  for (const std::string& name : names) {
+    const std::size_t distance = EditDistance(word, name);
+    if (best.empty() || distance < bestDistance) {
+      best = name;
+      bestDistance = distance;
+    }
+  }
+  // Near enough: a third of the name may be wrong, and at least one letter.
+  const std::size_t allowed = std::max<std::size_t>(1, best.size() / 3);
+  return bestDistance <= allowed ? best : "";
 }
 
 std::span<const CommandInfo> Commands() { return kCommands; }

@@ -21,6 +21,7 @@ struct LinkOptions {
   std::string host;       // "" = from the settings file
   int port = 0;           // 0 = from the settings file
   int localPort = 0;      // 0 = from the settings file
+  bool anyLocalPort = false;  // bind a local port the system picks
   bool tcp = false;       // UDP unless --tcp
   std::string code;       // the access code, from --code or CAMRELAY_CODE
   std::string dir;        // the working folder, absolute
@@ -56,6 +57,7 @@ enum class Op {
   SetInstallerCode,
   SetUserCode,
   Preview,
+  Playback,
 };
 
 struct Command {
@@ -65,6 +67,11 @@ struct Command {
   int images = 0;        // preview: how many images to save
   int cameras = 0;       // stream-image: the camera; preview: the cameras' mask
   bool allowEmpty = false;  // upload-prog, upload-prog-cam-events: send tables that are all empty
+  // playback: images = the frames to save, seek = where to go first in
+  // seconds (negative: stay at the start), step = frames moved between two
+  // saved frames (negative: backwards).
+  double seek = -1;
+  int step = 1;
 };
 
 // One row of the command table: every face offers the same commands.
@@ -77,6 +84,10 @@ struct CommandInfo {
 };
 
 std::span<const CommandInfo> Commands();
+
+// The name nearest to a mistyped word (by edit distance, letters swapped
+// counting once), when it is near enough to be what was meant; "" otherwise.
+std::string NearestName(const std::string& word, const std::vector<std::string>& names);
 
 // Checks a command's argument as the command line does, filling in what the
 // argument means (a camera mask, an absolute file). Throws UsageError.

@@ -17,6 +17,16 @@ struct Captured {
   std::vector<std::string> errors;  // without the program's prefix
 };
 
+// Help text wrapped to `width` columns: a line too long is broken between
+// words, and its continuation lines start under the column of its
+// description (the text after the first run of two or more blanks), so that
+// option lists stay lists. Width 0 leaves the text as it is.
+std::string WrapHelp(const std::string& text, std::size_t width);
+
+// The width of the terminal on standard output; 0 when it is no terminal
+// (a pipe, a file: the text is left unwrapped there).
+std::size_t HelpWidth();
+
 class Console {
  public:
   explicit Console(const OutputOptions& options);
@@ -32,7 +42,10 @@ class Console {
 
   // Standard output.
   void State(int number);                  // only with --events
-  void Answer(const std::string& text);    // a line the user asked for
+  // A line the user asked for, in the unit's text (Windows-1252): printed
+  // and captured in UTF-8 with control characters escaped; onLine gets it
+  // as the unit sent it.
+  void Answer(const std::string& text);
   // Standard error.
   void Debug(const std::string& line);     // only with -v
   void Note(const std::string& line);      // what a command did

@@ -1,6 +1,8 @@
 #include "host/session.h"
 
 #include <algorithm>
+#include <boost/asio/ip/address.hpp>
+#include <boost/asio/ip/udp.hpp>
 #include <boost/asio/post.hpp>
 #include <csignal>
 
@@ -12,7 +14,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr const char* kGiveUp = "Raggiunto il numero massimo di tentativi.";
 constexpr milliseconds kPollInterval{50};
 // A TCP link that is down with nothing under way is rebuilt by the library
 // in the same turn of the loop when it was reset; still down after this, it
@@ -56,6 +57,20 @@ bool IsMilestone(StatoConnessioneEnum stato) {
 }
 
 std::string OrElse(const std::string& text, const std::string& fallback) { return text.empty() ? fallback : text; }
+
+// A host name that cannot be resolved would otherwise show on UDP only as a
+// unit that never answers, after every attempt: say so at once, with the
+// resolver's reason.
+std::optional<std::string> Unresolved(const std::string& host) {
+  boost::system::error_code ec;
+  boost::asio::ip::make_address(host, ec);
+  if (!ec) return std::nullopt;
+  boost::asio::io_context io;
+  boost::asio::ip::udp::resolver resolver(io);
+  resolver.resolve(host, "", ec);
+  if (!ec) return std::nullopt;
+  return "cannot resolve the unit's address '" + host + "': " + ec.message();
+}
 
 }  // namespace
 
@@ -123,36 +138,69 @@ void UnitRun::Report() {
 std::optional<std::string> OpenLink(clsClient& client, const LinkOptions& link, const std::string& code,
                                     const std::string& lastDebug) {
   client.ImpostaTempiRisposta(link.timeoutLong, link.timeoutShort, link.retries);
+  client.PortaLocaleLibera(link.anyLocalPort);
   client.Connetti(link.host, link.port, link.localPort, false, link.tcp ? sckTCPProtocol : sckUDPProtocol,
                   link.dir);
-  if (!client.Status().linked || client.Protocol() == sckProtocolError)
-    return "cannot set up the link: " + OrElse(lastDebug, "no usable transport");
+  if (!client.Status().linked) return "cannot set up the link: " + OrElse(lastDebug, "no usable transport");
+  if (client.Protocol() == sckProtocolError) {
+    const std::string port = link.localPort > 0 ? std::to_string(link.localPort) : "from the settings file";
+    return "cannot bind the local UDP port " + port + ": " + OrElse(lastDebug, "no reason given") +
+           "; give --local-port 0 to let the system pick a free one";
+  }
+  if (auto unresolved = Unresolved(client.RemoteHost())) return unresolved;
   client.StringaConnDB(link.database);
   client.ApriDB();
-  if (client.Database().StatoDB != cDbAperto) return "cannot open the database: " + OrElse(lastDebug, link.database);
+  if (client.Status().database != cDbAperto) return "cannot open the database: " + OrElse(lastDebug, link.database);
   client.StringaCodiceAccesso(code);
   return std::nullopt;
 }
 
+namespace {
+
+// How far a transfer got when the link gave up on it.
+std::string HowFar(const LinkStatus& status) {
+  if (status.packetsExpected < 1) return "";
+  const std::string counts = std::to_string(status.packetsDone) + " of " + std::to_string(status.packetsExpected);
+  if (status.transferType == "56") return ", " + counts + " packets received; the partial file was removed";
+  if (status.upload) return ", " + counts + " packets acknowledged";
+  return ", " + counts + " packets received; nothing stored";
+}
+
+}  // namespace
+
+std::string UnitName(clsClient& client) {
+  return client.RemoteHost() + ":" + std::to_string(client.RemotePort()) +
+         (client.Protocol() == sckTCPProtocol ? " tcp" : " udp");
+}
+
 std::optional<std::string> LinkFailure(clsClient& client, StatoConnessioneEnum stato) {
-  if (stato == cConnessioneRifiutata) return OrElse(client.StringaErroreConnessione(), "the unit refused the request");
+  const LinkStatus status = client.Status();
+  if (stato == cConnessioneRifiutata)
+    return std::string(Describe(RequestOutcome::CodeRefused)) + " (" + OrElse(status.lastOutcomeText, "no reason given") + ")";
   // Any other link error (a reset, an abort) makes the library rebuild the
   // link and serve the request again: the watchdogs judge whether it does.
-  if (stato == cErroreConnessione && client.StringaErroreConnessione() == kGiveUp) return kGiveUp;
+  if (stato == cErroreConnessione && status.lastOutcome == RequestOutcome::RetriesExhausted)
+    return "no answer from " + UnitName(client) + " after " + std::to_string(status.attempts) + " attempts" +
+           HowFar(status) + " (" + status.lastOutcomeText + ")";
   return std::nullopt;
 }
 
 bool UnitRun::Open() {
   lastDebug_.clear();
   const auto failure = OpenLink(client_, link_, code_, lastDebug_);
-  if (failure) console_.Error(*failure);
-  return !failure;
+  if (failure) {
+    console_.Error(*failure);
+    return false;
+  }
+  unit_ = SiteUnit{client_.RemoteHost(), client_.RemotePort(), link_.localPort, link_.tcp};
+  return true;
 }
 
 void UnitRun::OnState(StatoConnessioneEnum stato) {
   console_.State(stato);
   if (!current_) return;
   if (!error_) error_ = LinkFailure(client_, stato);
+  if (stato == cConnessioneRifiutata) codeRefused_ = true;
   if (IsMilestone(stato)) ++events_;
   current_->OnState(context_, stato);
   Later(&UnitRun::CheckIdle);
@@ -166,6 +214,8 @@ void UnitRun::StartNext() {
     return;
   }
   current_ = MakeAction(commands_[next_++]);
+  if (ChangesUnit(current_->command().op))
+    console_.Note(TargetLine(current_->command(), link_.dir, UnitName(client_)));
   error_.reset();
   bestMark_ = 0;
   events_ = 0;
@@ -200,9 +250,22 @@ void UnitRun::EndCommand(const std::optional<std::string>& error) {
   if (failure) {
     console_.Error(current_->command().name + ": " + *failure);
     ++failures_;
+  } else {
+    reached_ = true;
   }
   current_.reset();
+  if (codeRefused_) SkipTheRest();
   Later(&UnitRun::StartNext);
+}
+
+// Every later command would log in with the code just refused: a unit may
+// lock out a code tried too often, so none of them is sent.
+void UnitRun::SkipTheRest() {
+  if (next_ >= commands_.size()) return;
+  std::string names;
+  for (; next_ < commands_.size(); ++next_, ++failures_)
+    names += (names.empty() ? "" : " ") + commands_[next_].name;
+  console_.Error("not sent, since the access code was refused: " + names);
 }
 
 void UnitRun::SchedulePoll() {
@@ -288,9 +351,16 @@ Session::Session(const LinkOptions& link, const std::vector<Command>& commands, 
         io_.stop();
       }) {}
 
+std::optional<SiteUnit> UnitRun::Reached() const {
+  if (!reached_) return std::nullopt;
+  return unit_;
+}
+
 int Session::Run() {
-  signals_.async_wait([this](const boost::system::error_code& ec, int) {
-    if (!ec) run_.Interrupt();
+  signals_.async_wait([this](const boost::system::error_code& ec, int number) {
+    if (ec) return;
+    signal_ = number;
+    run_.Interrupt();
   });
   run_.Start();
   io_.run();
@@ -298,6 +368,7 @@ int Session::Run() {
   signals_.cancel();
   io_.restart();
   io_.poll();
+  if (signal_ != 0) return 128 + signal_;
   return failures_ > 0 ? 1 : 0;
 }
 

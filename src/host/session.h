@@ -18,6 +18,7 @@
 #include "host/actions.h"
 #include "host/commands.h"
 #include "host/console.h"
+#include "host/site.h"
 
 namespace camrelay::host {
 
@@ -28,8 +29,14 @@ std::optional<std::string> OpenLink(clsClient& client, const LinkOptions& link, 
                                     const std::string& lastDebug);
 
 // What a state change says of the request being served: the reason it
-// failed, or nullopt.
+// failed, or nullopt. Judged by the state and the status view's outcome,
+// never by the library's words: a refused code, or a give-up that names the
+// unit and how far the transfer got ("no answer from 10.0.0.7:19201 udp
+// after 15 attempts, 1240 of 3000 packets received; nothing stored (...)").
 std::optional<std::string> LinkFailure(clsClient& client, StatoConnessioneEnum stato);
+
+// The unit a client talks to, as messages name it: "10.0.0.7:19201 udp".
+std::string UnitName(clsClient& client);
 
 class UnitRun {
  public:
@@ -49,6 +56,8 @@ class UnitRun {
   // Ends the run at once: the command in hand cleans up what it leaves half
   // done and fails as interrupted.
   void Interrupt();
+  // The unit the link was set up for, once a command on it succeeded.
+  std::optional<SiteUnit> Reached() const;
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -60,6 +69,7 @@ class UnitRun {
   void StartNext();
   void CheckIdle();
   void EndCommand(const std::optional<std::string>& error);
+  void SkipTheRest();
   void Poll();
   void SchedulePoll();
   void WatchProgress(Clock::time_point now);
@@ -95,6 +105,9 @@ class UnitRun {
   std::string code_;                      // the access code in force
   int failures_ = 0;
   bool finished_ = false;
+  bool codeRefused_ = false;             // the unit refused the access code: the run ends
+  bool reached_ = false;                 // a command succeeded
+  SiteUnit unit_;                        // the unit the link was set up for
 
   // Watchdog state for the current command.
   long long bestMark_ = 0;
@@ -110,13 +123,16 @@ class UnitRun {
 class Session {
  public:
   Session(const LinkOptions& link, const std::vector<Command>& commands, Console& console);
-  // Runs every command; returns the exit status, 0 or 1.
+  // Runs every command; returns the exit status: 0, 1, or 128 + the signal
+  // that interrupted it (130 for Ctrl-C).
   int Run();
+  std::optional<SiteUnit> Reached() const { return run_.Reached(); }
 
  private:
   boost::asio::io_context io_;
   boost::asio::signal_set signals_;
   int failures_ = 0;
+  int signal_ = 0;  // the signal that interrupted the run
   UnitRun run_;
 };
 

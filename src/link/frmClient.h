@@ -185,6 +185,9 @@ class frmClient : public DebugSink {
   int RichiesteRifiutate = 0;
   // Why the last request left the queue, for the host's status view.
   RequestOutcome lastOutcome = RequestOutcome::None;
+  int RequestsEnded = 0;  // requests that left the queue through EndRequest
+  // Records the last log or camera-event download added to its table.
+  int RecordsNew = 0;
   bool bPwdCryptedAccettata = false;  // the scrambled code has been accepted
   bool bReportPwdCrypted = true;      // report its acceptance or refusal
   std::string sStringaConnDB;

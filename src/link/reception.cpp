@@ -39,8 +39,8 @@ std::optional<int> CompletionState(const std::string& tipo) {
 
 }  // namespace
 
-// The log and camera-event packets stay in StringaPar for the host to read
-// until the next acceptance resizes it.
+// The log and camera events are stored here, only what is new, and their
+// packets stay in StringaPar too until the next acceptance resizes it.
 void CompleteTransfer(frmClient& form, const std::string& tipo) {
   form.tmrTimeOut->setEnabled(false);
   if (IsImageType(tipo)) {
@@ -52,6 +52,9 @@ void CompleteTransfer(frmClient& form, const std::string& tipo) {
     store::SaveVideoSentrovaDB(form.StringaPar, form.Database(), &form);
   } else if (payload == Payload::Voice) {
     store::SaveMessaggiWave(form.StringaPar, fs::path(form.BaseDir()) / "Audio", &form);
+  } else if (tipo == tipo::EraseLog || tipo == tipo::DownloadLog || tipo == tipo::DownloadCamEvents) {
+    const char* table = tipo == tipo::DownloadCamEvents ? "CamEvents" : "Registro_eventi";
+    form.RecordsNew = store::AddNewRecords(form.StringaPar, form.Database(), table, &form);
   } else if (payload == Payload::Command) {
     form.StringaRicevuta =
         CreaStringaComando(form.StringaPar, form.IsTCP() ? sckTCPProtocol : sckUDPProtocol, &form);

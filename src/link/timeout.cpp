@@ -89,6 +89,7 @@ void GiveUp(frmClient& f) {
   // A lost preview image is not worth an error: the next one is on its way.
   const TransferType& type = TypeOf(f.sTipoArrivo);
   if (type.reportsGiveUp) {
+    f.lastOutcome = RequestOutcome::RetriesExhausted;  // already when the error is raised
     f.StringaErroreConnessione = "Raggiunto il numero massimo di tentativi.";
     f.RaiseStato(cErroreConnessione);
   }

@@ -52,6 +52,7 @@ void frmClient::AddRichiesta(const std::string& Tipo, const std::string& Paramet
 
 void frmClient::EndRequest(RequestOutcome outcome) {
   lastOutcome = outcome;
+  ++RequestsEnded;
   RemoveRichiesta(1);
 }
 

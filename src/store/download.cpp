@@ -1,9 +1,11 @@
 #include "store/download.h"
 
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <utility>
 
+#include "store/dump.h"
 #include "store/report.h"
 #include "store/text.h"
 #include "store/wire.h"
@@ -76,6 +78,10 @@ class RecordWriter {
   // 0 on entry, 1 once there is something to store, then per stage.
   int step = 0;
   int stored = 0;
+  // Records of this table to pass over before any is stored: those a
+  // repeated download holds already.
+  std::string_view skipTable;
+  int skip = 0;
 
   // Runs body and reports its failure. Before the database is touched
   // (steps 0 and 1) a failure ends the procedure: returns false then.
@@ -112,6 +118,10 @@ class RecordWriter {
       if (name == command) records.Close();
   }
 
+  void CloseAll() {
+    for (auto& entry : open_) entry.second.Close();
+  }
+
   // Cuts the elements into lines and stores each (Dati[0] is not record
   // text). An element without CR LF waits for the next one.
   void StoreElements(const std::vector<std::string>& Dati) {
@@ -127,7 +137,7 @@ class RecordWriter {
 
   // Closes what is still open and makes the store permanent.
   bool Finish(Transaction& transaction) {
-    for (auto& entry : open_) entry.second.Close();
+    CloseAll();
     try {
       transaction.Commit();
       return true;
@@ -171,6 +181,10 @@ class RecordWriter {
 
   void StoreLine(std::string_view line) {
     if (!ParseLine(line, record_)) return;
+    if (skip > 0 && record_.table == skipTable) {
+      --skip;
+      return;
+    }
     Recordset* records = RecordsetFor(record_.table);
     if (!records) return;
     bool isLog = record_.table == "Registro_eventi";
@@ -215,6 +229,65 @@ bool Begin(RecordWriter& writer, DataVideo& db, DebugSink* Form, std::string_vie
   });
 }
 
+// A row as the log compares it: every field but the database's own counter.
+using HeldRow = std::vector<std::optional<std::string>>;
+
+std::vector<HeldRow> HeldRows(DataVideo& db, std::string_view table) {
+  TableDump dump = DumpTable(db, table);
+  std::vector<HeldRow> rows;
+  rows.reserve(dump.rows.size());
+  for (auto& row : dump.rows) {
+    HeldRow held;
+    for (std::size_t c = 0; c < row.size() && c < dump.columns.size(); ++c)
+      if (dump.columns[c] != "IdRegistro") held.push_back(std::move(row[c]));
+    rows.push_back(std::move(held));
+  }
+  return rows;
+}
+
+// Stores the elements in a transaction of its own; commits it when `commit`.
+// Returns the rows of `table` once stored, or nullopt when the store failed.
+std::optional<std::vector<HeldRow>> StoreOnce(const std::vector<std::string>& Dati, DataVideo& db,
+                                              std::string_view table, int skip, bool commit, DebugSink* Form) {
+  RecordWriter writer(db, Form, "AddNewRecords");
+  writer.step = 1;
+  writer.skipTable = table;
+  writer.skip = skip;
+  std::optional<Transaction> transaction;
+  if (!Begin(writer, db, Form, "AddNewRecords", transaction)) return std::nullopt;
+  try {
+    writer.StoreElements(Dati);
+    if (commit) {
+      if (!writer.Finish(*transaction)) return std::nullopt;
+      return std::vector<HeldRow>{};
+    }
+    writer.CloseAll();
+    return HeldRows(db, table);
+  } catch (const TransactionLost&) {
+    return std::nullopt;
+  }
+}
+
+std::size_t Overlap(std::span<const HeldRow> held, std::span<const HeldRow> received) {
+  // The longest prefix of `received` that ends `held`: a prefix function of
+  // `received` run over the tail of `held`, so a long log costs one pass.
+  const std::size_t m = received.size();
+  if (m == 0 || held.empty()) return 0;
+  std::vector<std::size_t> border(m, 0);
+  for (std::size_t i = 1, k = 0; i < m; ++i) {
+    while (k > 0 && !(received[i] == received[k])) k = border[k - 1];
+    if (received[i] == received[k]) ++k;
+    border[i] = k;
+  }
+  std::size_t matched = 0;
+  for (std::size_t i = held.size() > m ? held.size() - m : 0; i < held.size(); ++i) {
+    if (matched == m) matched = border[m - 1];
+    while (matched > 0 && !(held[i] == received[matched])) matched = border[matched - 1];
+    if (held[i] == received[matched]) ++matched;
+  }
+  return matched;
+}
+
 }  // namespace
 
 void SaveVideoSentrovaDB(std::vector<std::string>& Dati, DataVideo& db, DebugSink* Form) {
@@ -253,6 +326,27 @@ int AppendRecordLines(const std::vector<std::string>& Dati, DataVideo& db, Debug
   } catch (const TransactionLost&) {
     return 0;
   }
+}
+
+int AddNewRecords(const std::vector<std::string>& Dati, DataVideo& db, std::string_view table, DebugSink* Form) {
+  if (Dati.size() <= 1) return 0;
+  std::vector<HeldRow> held;
+  try {
+    db.EnsureOpen(Form, "AddNewRecords");
+    held = HeldRows(db, table);
+  } catch (const std::exception& e) {
+    Report(Form, "AddNewRecords", e.what());
+    return 0;
+  }
+  // A trial store tells how the records arrive once converted, compared as
+  // the table holds them; it is rolled back, and the store proper passes
+  // over the records already held.
+  const auto trial = StoreOnce(Dati, db, table, 0, false, nullptr);
+  if (!trial || trial->size() < held.size()) return 0;
+  const std::span<const HeldRow> received = std::span<const HeldRow>(*trial).subspan(held.size());
+  const std::size_t already = Overlap(std::span<const HeldRow>(held), received);
+  if (!StoreOnce(Dati, db, table, static_cast<int>(already), true, Form)) return 0;
+  return static_cast<int>(received.size() - already);
 }
 
 }  // namespace camrelay::store

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "store/DataVideo.h"
@@ -25,5 +26,15 @@ void SaveVideoSentrovaDB(std::vector<std::string>& Dati, DataVideo& db, DebugSin
 // "AppendRecordLines on line <step>: ...". Returns the number of records
 // stored.
 int AppendRecordLines(const std::vector<std::string>& Dati, DataVideo& db, DebugSink* Form);
+
+// Stores a repeated download of a table that only grows (the event log, the
+// camera events): the unit sends all it holds each time, so the records up
+// to where the download overlaps the end of `table` are held already and
+// only those after are added. Records are compared field by field as the
+// table holds them (the log's own counter aside), so identical events at
+// different times are different records. Records for other tables are
+// appended. Reports as AppendRecordLines does, under "AddNewRecords".
+// Returns how many records of `table` were new.
+int AddNewRecords(const std::vector<std::string>& Dati, DataVideo& db, std::string_view table, DebugSink* Form);
 
 }  // namespace camrelay::store

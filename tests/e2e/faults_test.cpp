@@ -20,7 +20,8 @@ bool Failed(const Outcome& run, const std::string& command) {
 }
 
 bool GaveUp(const Outcome& run, const std::string& command) {
-  return run.err.find("camrelay: " + command + ": " + kGiveUp) != std::string::npos;
+  const auto at = run.err.find("camrelay: " + command + ": no answer from ");
+  return at != std::string::npos && run.err.find(std::string("(") + kGiveUp + ")\n", at) != std::string::npos;
 }
 
 std::string AllByteValues(std::size_t size) {
@@ -241,8 +242,8 @@ TEST_F(Faults, ALogWithABadRecordKeepsTheGoodOnes) {
   const std::size_t events = Rows(unitDb(), "Registro_eventi").size();
   const Outcome run = Host({"download-log"});
   EXPECT_EQ(run.exit, 1);
-  EXPECT_NE(run.err.find("download-log: " + std::to_string(events) + " records stored; 1 problem(s) with the "
-                         "others: AppendRecordLines on line"),
+  EXPECT_NE(run.err.find("download-log: " + std::to_string(events) + " new records stored; 1 problem(s) with the "
+                         "others: AddNewRecords on line"),
             std::string::npos)
       << run.err;
   EXPECT_NE(run.err.find("\"domani\" is not a date"), std::string::npos) << run.err;

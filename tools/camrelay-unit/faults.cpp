@@ -22,4 +22,8 @@ bool Faults::ResetNow(int sentInTransfer) {
   return true;
 }
 
+void Faults::NoteSent(int sentInTransfer) {
+  if (settings_.silentAfter > 0 && sentInTransfer >= settings_.silentAfter) fallenSilent_ = true;
+}
+
 }  // namespace camrelay::unit

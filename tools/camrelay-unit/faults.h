@@ -16,6 +16,7 @@ struct FaultSettings {
   int busyPct = 0;     // requests answered "BS" first
   int busyDelayMs = 300;  // how long the real answer follows a "BS"
   int resetAfter = 0;  // TCP: reset the connection after this many packets
+  int silentAfter = 0;  // fall silent for good after this many packets of a download
   // Not a fault but another order a unit may use: the last element of a
   // "52" is answered "OK", and the "51" answer follows on its own.
   bool okBeforeAnswer = false;
@@ -28,7 +29,7 @@ class Faults {
 
   const FaultSettings& settings() const { return settings_; }
 
-  bool LoseIncoming() { return settings_.silent || Chance(settings_.lossPct); }
+  bool LoseIncoming() { return settings_.silent || fallenSilent_ || Chance(settings_.lossPct); }
   bool LoseOutgoing() { return Chance(settings_.lossPct); }
   bool Duplicate() { return Chance(settings_.dupPct); }
   bool Reorder() { return Chance(settings_.reorderPct); }
@@ -39,6 +40,8 @@ class Faults {
   // true exactly once in the unit's life: in the first transfer that reaches
   // the reset threshold.
   bool ResetNow(int sentInTransfer);
+  // Told the same: from the threshold on, everything received is ignored.
+  void NoteSent(int sentInTransfer);
 
  private:
   bool Chance(int pct);
@@ -46,6 +49,7 @@ class Faults {
   FaultSettings settings_;
   std::mt19937 rng_;
   bool resetDone_ = false;
+  bool fallenSilent_ = false;
 };
 
 }  // namespace camrelay::unit

@@ -270,7 +270,8 @@ void Session::SendPacket(const std::string& prefix) {
   }
   for (int i = 0; i < copies; ++i) Push(message);
   pendingAcks_ = copies;
-  if (tcp_ && faults_.ResetNow(++sentInTransfer_)) {
+  faults_.NoteSent(++sentInTransfer_);
+  if (tcp_ && faults_.ResetNow(sentInTransfer_)) {
     log_.Info("resetting the connection");
     out_.push_back({{}, 0, true});
   }

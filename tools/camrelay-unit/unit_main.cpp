@@ -125,6 +125,10 @@ void AddOptions(CLI::App& app, Options& o) {
       ->check(CLI::Range(0, 60000));
   app.add_option("--reset-after", o.faults.resetAfter, "TCP: reset once after N data packets of a download")
       ->check(CLI::Range(0, 1 << 30));
+  app.add_option("--silent-after", o.faults.silentAfter,
+                 "Fall silent for good after the N-th data packet of a download: every message received from "
+                 "then on is ignored, as by a unit that hung")
+      ->check(CLI::Range(0, 1 << 30));
   app.add_flag("--ok-before-answer", o.faults.okBeforeAnswer,
                "Answer the last element of a command-string request (\"52\") with OK, then send the answer; by "
                "default the answer's acceptance stands in for that OK");

@@ -10,6 +10,7 @@
 
 #include "cli_docs/completion.h"
 #include "files/safe_name.h"
+#include "host/site.h"
 #include "store/DataVideo.h"
 
 namespace camrelay::cli {
@@ -21,15 +22,18 @@ constexpr const char* kDescription =
     "camrelay drives a video alarm communicator (a unit) over TCP or UDP.\n"
     "Commands run in the order given, one after the other, on one link:\n"
     "  camrelay [OPTIONS] COMMAND [ARGS] [COMMAND [ARGS]]...\n"
-    "Link options left out are taken from the settings file\n"
-    "(${XDG_CONFIG_HOME:-~/.config}/CamRelay/settings.ini), and the values used are\n"
-    "written back to it.";
+    "Link options left out are taken from the unit the working folder remembers\n"
+    "(DIR/camrelay-site.ini, written by a run that reached a unit), else from the\n"
+    "settings file (${XDG_CONFIG_HOME:-~/.config}/CamRelay/settings.ini), and the\n"
+    "values used are written back to it. A command that changes a unit goes only\n"
+    "to a unit named with --host or remembered by the folder.";
 
 constexpr const char* kFooter =
     "Files:\n"
     "  ${XDG_CONFIG_HOME:-~/.config}/CamRelay/settings.ini\n"
     "                              The settings file: the link used last ([AppSetting] RemoteHost, RemotePort,\n"
     "                              LocalPort), read for the link options left out and written back\n"
+    "  DIR/camrelay-site.ini       The unit this folder's runs reach when --host and --port are left out\n"
     "  DIR/VideoSentrova.db        The database (DIR is the working folder, --dir)\n"
     "  DIR/Audio/                  Voice messages\n"
     "  DIR/Snapshot/               Snapshots, preview and stream images\n"
@@ -44,6 +48,7 @@ constexpr const char* kFooter =
     "  0                           Every command succeeded\n"
     "  1                           The unit refused a command or it failed (the reason on standard error)\n"
     "  2                           Bad usage or bad input, reported before anything is sent\n"
+    "  130                         Interrupted with Ctrl-C (128 + the signal)\n"
     "\n"
     "Examples:\n"
     "  $ camrelay --host 10.0.0.7 --code 123456 login download-prog download-log\n"
@@ -64,12 +69,16 @@ struct Collected {
 void AddLinkOptions(CLI::App& app, Collected& c) {
   LinkOptions& link = c.invocation.link;
   app.add_option("--host", link.host,
-                 "The unit's address (default: the last one used; 192.168.0.1 the first time)");
-  app.add_option("--port", link.port, "The unit's port (default: the last one used; 19201 the first time)")
+                 "The unit's address (default: the one the working folder remembers, else the last one used; "
+                 "192.168.0.1 the first time)");
+  app.add_option("--port", link.port,
+                 "The unit's port (default: the one the working folder remembers, else the last one used; 19201 "
+                 "the first time)")
       ->check(CLI::Range(1, 65535));
   app.add_option("--local-port", link.localPort,
-                 "The local UDP port to bind (default: the last one used; 14400 the first time)")
-      ->check(CLI::Range(1, 65535));
+                 "The local UDP port to bind; 0 lets the system pick a free one (default: the site's, else the "
+                 "last one used; 14400 the first time)")
+      ->check(CLI::Range(0, 65535));
   auto* tcp = app.add_flag("--tcp", link.tcp, "Talk over TCP");
   auto* udp = app.add_flag("--udp", c.udp, "Talk over UDP (the default)");
   tcp->excludes(udp);
@@ -116,14 +125,27 @@ void AddCommand(CLI::App& app, const CommandInfo& info, Collected& c) {
     sub->add_option("--images", *images, "How many images to save before stopping")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
+  auto seek = std::make_shared<double>(-1);
+  auto step = std::make_shared<int>(1);
+  if (info.op == Op::Playback) {
+    *images = 1;
+    sub->add_option("--frames", *images, "How many frames to save")->check(CLI::Range(1, 100000))->capture_default_str();
+    sub->add_option("--seek", *seek, "Go to this time of the clip, in seconds, before the first frame is saved")
+        ->check(CLI::Range(0.0, 86400.0));
+    sub->add_option("--step", *step, "Frames to move between two saved frames; negative moves back")
+        ->check(CLI::Range(-10000, 10000))
+        ->capture_default_str();
+  }
   if (info.op == Op::UploadProg || info.op == Op::UploadProgCamEvents)
     sub->add_flag("--allow-empty", *allowEmpty,
                   "Send the tables even when they are all empty (that erases the unit's own)");
-  sub->callback([&c, info, argument, images, allowEmpty] {
-    c.invocation.commands.push_back(Command{info.op, info.name, *argument, *images, 0, *allowEmpty});
+  sub->callback([&c, info, argument, images, allowEmpty, seek, step] {
+    c.invocation.commands.push_back(Command{info.op, info.name, *argument, *images, 0, *allowEmpty, *seek, *step});
     argument->clear();
-    *images = kDefaultPreviewImages;
+    *images = info.op == Op::Playback ? 1 : kDefaultPreviewImages;
     *allowEmpty = false;
+    *seek = -1;
+    *step = 1;
   });
 }
 
@@ -213,10 +235,14 @@ void AddFleetCommand(CLI::App& app, Collected& c) {
 
 namespace {
 
-void CheckLinkInvocation(Invocation& inv) {
+void CheckLinkInvocation(CLI::App& app, Invocation& inv) {
   CheckCode(inv.link.code, "--code (or CAMRELAY_CODE)");
   std::error_code ec;
   if (!fs::is_directory(inv.link.dir, ec)) throw UsageError("--dir: no such folder: " + inv.link.dir);
+  const GivenOptions given{app.count("--host") > 0, app.count("--port") > 0, app.count("--local-port") > 0,
+                           app.count("--tcp") + app.count("--udp") > 0};
+  inv.link.anyLocalPort = given.localPort && inv.link.localPort == 0;
+  ApplySite(inv.link, given, inv.commands);
   for (Command& command : inv.commands) CheckCommand(command);
   CheckUploadSources(inv.commands, inv.link.database);
 }
@@ -251,7 +277,7 @@ void ResolveAndCheck(CLI::App& app, Collected& c) {
     return;
   }
   if (inv.fleet) return CheckFleetInvocation(app, inv);
-  CheckLinkInvocation(inv);
+  CheckLinkInvocation(app, inv);
 }
 
 // What a bare "camrelay" prints: enough to get going, and where to read on.
@@ -272,14 +298,30 @@ void GroupAsCommands(CLI::App& app) {
   }
 }
 
+std::string UnknownCommand(CLI::App& app, const std::string& word) {
+  std::vector<std::string> names;
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+    names.push_back(command->get_name());
+  const std::string nearest = NearestName(word, names);
+  return "unknown command '" + word + "'" + (nearest.empty() ? "" : "; did you mean '" + nearest + "'?") +
+         " (see camrelay --help)";
+}
+
 // CLI11 checks that a command was given before it looks at the words it
 // could not place: a mistyped command reads as no command at all.
 std::string MissingWhat(CLI::App& app, const CLI::RequiredError& error) {
   if (std::string(error.what()) != "A subcommand is required") return error.what();
   if (app.got_subcommand("db")) return "db: give one of init, dump TABLE, export-log";
   const std::vector<std::string> left = app.remaining();
-  if (!left.empty()) return "unknown command '" + left.front() + "' (see camrelay --help)";
+  if (!left.empty()) return UnknownCommand(app, left.front());
   return "no command given\n" + ShortUsage(app);
+}
+
+// The words CLI11 could not place: a mistyped command after a good one.
+std::string NotExpected(CLI::App& app, const CLI::ExtrasError& error) {
+  for (const std::string& word : app.remaining())
+    if (!word.starts_with("-")) return UnknownCommand(app, word);
+  return error.what();
 }
 
 }  // namespace
@@ -307,16 +349,18 @@ Invocation Parse(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
-    c.invocation.help = app.help();
+    c.invocation.help = WrapHelp(app.help(), HelpWidth());
     return c.invocation;
   } catch (const CLI::CallForAllHelp&) {
-    c.invocation.help = app.help("", CLI::AppFormatMode::All);
+    c.invocation.help = WrapHelp(app.help("", CLI::AppFormatMode::All), HelpWidth());
     return c.invocation;
   } catch (const CLI::CallForVersion& e) {
     c.invocation.help = std::string(e.what()) + "\n";
     return c.invocation;
   } catch (const CLI::RequiredError& e) {
     throw UsageError(MissingWhat(app, e));
+  } catch (const CLI::ExtrasError& e) {
+    throw UsageError(NotExpected(app, e));
   } catch (const CLI::ParseError& e) {
     throw UsageError(e.what());
   }

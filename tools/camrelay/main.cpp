@@ -28,6 +28,18 @@ void AddSecretsOf(int argc, char** argv, Console& console) {
   }
 }
 
+// The working folder remembers the unit its run reached, so that the next
+// run there reaches the same unit whoever ran last elsewhere.
+void RememberReachedUnit(const Session& session, const std::string& dir, Console& console) {
+  const auto unit = session.Reached();
+  if (!unit) return;
+  try {
+    RememberSite(dir, *unit);
+  } catch (const std::exception& e) {
+    console.Error(std::string("cannot remember the unit of this folder: ") + e.what());
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -47,7 +59,9 @@ int main(int argc, char** argv) {
     if (invocation.fleet) return RunFleet(invocation, console);
     if (invocation.webConsole) return camrelay::web::RunWebConsole(invocation, console);
     Session session(invocation.link, invocation.commands, console);
-    return session.Run();
+    const int status = session.Run();
+    RememberReachedUnit(session, invocation.link.dir, console);
+    return status;
   } catch (const UsageError& e) {
     usage.Error(e.what());
     return 2;

@@ -1,0 +1,198 @@
+// The status view a host reads instead of the link's own record: the transfer
+// in hand, the queue, the reply awaited, the limits, how each request ended;
+// and the log and camera events that the library stores, only what is new.
+#include <gtest/gtest.h>
+
+#include "camrelay/clsClient.h"
+#include "env_guard.h"
+#include "fake_platform.h"
+#include "store/dump.h"
+#include "temp_dir.h"
+
+using namespace camrelay;
+using camrelay::test::ConfigHomeGuard;
+using camrelay::test::FakePlatform;
+using camrelay::test::TempDir;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::string Packet(int index, const std::string& body) {
+  return "{}" + std::to_string(index) + "{}" + std::to_string(body.size()) + "\r\n" + body;
+}
+
+// One event of the log: when, and what.
+std::string Event(const std::string& when, const std::string& text) {
+  return "{}Registro_eventi{}6{}{NULL}{}3{}" + when + "{}7{}101{}3{}" + text + "{}202{}1{}3{}2{}3{}Mario{}202\r\n";
+}
+
+std::string CamEvent(const std::string& when, const std::string& file) {
+  return "{}CamEvents{}5{}" + when + "{}7{}2{}3{}Movimento{}202{}" + file + "{}202{}12{}3{}Vero{}11\r\n";
+}
+
+struct StatusFixture : ::testing::Test {
+  ConfigHomeGuard home;
+  TempDir dir;
+  std::shared_ptr<FakePlatform> platform = std::make_shared<FakePlatform>();
+  clsClient client{platform};
+  std::vector<int> states;
+  std::vector<int> recordsNewAtCompletion;
+
+  StatusFixture() {
+    client.CambioStatoConnessione = [this](StatoConnessioneEnum s) {
+      states.push_back(s);
+      if (s == cRicezioneLogOK || s == cRicezioneCamEventsOK)
+        recordsNewAtCompletion.push_back(client.Status().recordsNew);
+    };
+    client.ImpostaTempiRisposta(4000, 3000, 3);
+    client.Connetti("127.0.0.1", 19201, 14400, false, sckUDPProtocol, dir.path().string());
+    client.StringaConnDB((dir.path() / "v.db").string());
+    client.ApriDB();
+    client.StringaCodiceAccesso("123456");
+  }
+
+  test::FakeSocket& unit() { return *platform->socket; }
+
+  // The unit sends `lines` as a transfer of type `tipo`, one record a packet.
+  void UnitSendsRecords(const std::string& tipo, const Lines& lines) {
+    unit().deliver("AA{}" + std::to_string(lines.size()) + "{}" + tipo);
+    for (std::size_t i = 0; i < lines.size(); ++i) unit().deliver(Packet(static_cast<int>(i + 1), lines[i]));
+  }
+
+  int DownloadLog(const Lines& lines) {
+    client.ScaricaLog();
+    UnitSendsRecords("04", lines);
+    return client.Status().recordsNew;
+  }
+
+  // One column of a table, its rows joined by commas.
+  std::string Column(const std::string& table, const std::string& name) {
+    const auto dump = store::DumpTable(client.Database(), table);
+    std::size_t column = 0;
+    while (column < dump.columns.size() && dump.columns[column] != name) ++column;
+    std::string out;
+    for (const auto& row : dump.rows) out += row.at(column).value_or("NULL") + ",";
+    return out;
+  }
+};
+
+}  // namespace
+
+TEST_F(StatusFixture, ADownloadShowsItsProgressQueueAndReplyAwaitedThenHowItEnded) {
+  LinkStatus status = client.Status();
+  EXPECT_TRUE(status.linked);
+  EXPECT_EQ(status.database, cDbAperto);
+  EXPECT_EQ(status.lastOutcome, RequestOutcome::None);
+  EXPECT_EQ(status.timeoutLongMs, 4000);
+  EXPECT_EQ(status.timeoutShortMs, 3000);
+  EXPECT_EQ(status.retryLimit, 3);
+  EXPECT_FALSE(status.awaitingReply);
+
+  client.ScaricaLog();
+  client.DownloadMultimediaFile("a.jpg");
+  status = client.Status();
+  ASSERT_EQ(status.queue.size(), 2u);
+  EXPECT_EQ(status.queue[0].type, "04");
+  EXPECT_EQ(status.queue[1].type, "56");
+  EXPECT_EQ(status.queue[1].argument, "a.jpg");
+  EXPECT_TRUE(status.awaitingReply);
+  EXPECT_EQ(status.replyWithinMs, 4000) << "a download's opening waits the long interval";
+  EXPECT_EQ(status.operation, cRichiestaLog);
+
+  unit().deliver("AA{}3{}04");
+  unit().deliver(Packet(2, Event("01/02/2024 10:00:00", "due")));
+  status = client.Status();
+  EXPECT_EQ(status.transferType, "04");
+  EXPECT_FALSE(status.upload);
+  EXPECT_EQ(status.packetsDone, 1);
+  EXPECT_EQ(status.packetsExpected, 3);
+  EXPECT_EQ(status.lastOutcome, RequestOutcome::None);
+
+  unit().deliver(Packet(1, Event("01/02/2024 09:00:00", "uno")));
+  unit().deliver(Packet(3, Event("01/02/2024 11:00:00", "tre")));
+  status = client.Status();
+  EXPECT_EQ(status.lastOutcome, RequestOutcome::Completed);
+  EXPECT_EQ(status.requestsEnded, 1);
+  EXPECT_EQ(status.recordsNew, 3);
+  ASSERT_EQ(status.queue.size(), 1u) << "the media request is served next";
+  EXPECT_EQ(status.queue[0].type, "56");
+}
+
+TEST_F(StatusFixture, AGiveUpARefusalACancelAndAUnitErrorEachSayWhy) {
+  client.DownLoadProgrammazione();
+  unit().deliver("AA{}4{}02");
+  unit().deliver(Packet(1, "x\r\n"));
+  int fired = 0;
+  while (client.Status().awaitingReply && fired < 10) {
+    platform->timer->fire();
+    ++fired;
+  }
+  // The outcome is known when the error is raised, so a host can tell a
+  // give-up from a broken connection in that very event.
+  LinkStatus status = client.Status();
+  EXPECT_EQ(status.lastOutcome, RequestOutcome::RetriesExhausted);
+  EXPECT_EQ(fired, 3) << "the retry limit bounds the attempts";
+
+  client.RichiestaDiConnessione();
+  unit().deliver("PW");  // the scrambled code: the link tries the code as typed
+  unit().deliver("PW");
+  EXPECT_EQ(client.Status().lastOutcome, RequestOutcome::CodeRefused);
+  EXPECT_EQ(client.Status().lastOutcomeText, "Password di accesso errata!");
+
+  client.AttivaPreview("clip.avi");
+  unit().deliver("AA{}2{}08");
+  unit().deliver("OK");
+  unit().deliver("AA{}0{}09{}Reg Error");
+  EXPECT_EQ(client.Status().lastOutcome, RequestOutcome::UnitError);
+
+  const int ended = client.Status().requestsEnded;
+  client.DownLoadProgrammazione();
+  client.AnnullaRichiesta();
+  EXPECT_EQ(client.Status().lastOutcome, RequestOutcome::Cancelled);
+  EXPECT_EQ(client.Status().requestsEnded, ended) << "a cancel leaves the request queued";
+}
+
+TEST_F(StatusFixture, TheOutcomeOfALinkTakenDownOutlivesIt) {
+  client.ScaricaLog();
+  unit().deliver("AA{}1{}04");
+  unit().deliver(Packet(1, Event("01/02/2024 09:00:00", "uno")));
+  client.Disconnetti();
+  const LinkStatus status = client.Status();
+  EXPECT_FALSE(status.linked);
+  EXPECT_EQ(status.lastOutcome, RequestOutcome::Completed);
+  EXPECT_EQ(status.requestsEnded, 1);
+}
+
+// The unit sends its whole log each time: what the table holds already is
+// not added again, and the count says how many records were new.
+TEST_F(StatusFixture, ARepeatedLogDownloadAddsOnlyTheNewEvents) {
+  const std::string a = Event("01/02/2024 09:00:00", "porta"), b = Event("01/02/2024 09:05:00", "porta"),
+                    c = Event("01/02/2024 09:05:00", "porta"), d = Event("02/02/2024 08:00:00", "finestra");
+  // The same event twice at once is two events, and the same text at another
+  // time another event.
+  EXPECT_EQ(DownloadLog({a, b, c}), 3);
+  EXPECT_EQ(DownloadLog({a, b, c}), 0);
+  EXPECT_EQ(DownloadLog({a, b, c, d, d}), 2);
+  EXPECT_EQ(Column("Registro_eventi", "DataOra"),
+            "2024-02-01 09:00:00,2024-02-01 09:05:00,2024-02-01 09:05:00,2024-02-02 08:00:00,2024-02-02 08:00:00,");
+  // A unit whose log dropped its oldest events: the overlap is found all the same.
+  EXPECT_EQ(DownloadLog({c, d, d, a}), 1);
+  // The log began anew (erased on the unit): everything is new.
+  EXPECT_EQ(DownloadLog({b}), 1);
+  EXPECT_EQ(Column("Registro_eventi", "IdRegistro"), "1,2,3,4,5,6,7,");
+  EXPECT_EQ(recordsNewAtCompletion, (std::vector<int>{3, 0, 2, 1, 1})) << "known when the completion is raised";
+  // The packets stay with the link as well.
+  EXPECT_EQ(client.UboundStringaPar(), 1);
+  EXPECT_EQ(client.GetStringaPar(1), b);
+}
+
+TEST_F(StatusFixture, CameraEventsAreStoredByTheLibraryOnlyNewOnes) {
+  const std::string first = CamEvent("03/03/2024 10:00:00", "a.avi"), second = CamEvent("03/03/2024 10:01:00", "b.avi");
+  client.DownloadCamEvents();
+  UnitSendsRecords("53", {first});
+  client.DownloadCamEvents();
+  UnitSendsRecords("53", {first, second});
+  EXPECT_EQ(recordsNewAtCompletion, (std::vector<int>{1, 1}));
+  EXPECT_EQ(Column("CamEvents", "NomeFile"), "a.avi,b.avi,");
+}

@@ -1,0 +1,54 @@
+// What reaches the screen: the unit's text in the terminal's UTF-8 with its
+// control characters escaped, and help wrapped to the terminal.
+#include <gtest/gtest.h>
+
+#include "host/console.h"
+
+using namespace camrelay::host;
+
+namespace {
+
+Captured AnswerOf(const std::string& text) {
+  Console console(OutputOptions{});
+  Captured captured;
+  console.Capture(&captured, "unit");
+  console.Answer(text);
+  return captured;
+}
+
+}  // namespace
+
+TEST(Console, AnAnswerIsShownInUtf8OnOneLineWithItsControlsEscaped) {
+  EXPECT_EQ(AnswerOf("Citt\xE0 \x80").notes, std::vector<std::string>{"Citt\xC3\xA0 \xE2\x82\xAC"});
+  EXPECT_EQ(AnswerOf("a\x1b[2Jb\nc\td\x7f").notes, std::vector<std::string>{"a\\x1b[2Jb\\nc\\td\\x7f"});
+  // Bytes Windows-1252 leaves undefined become C1 controls, escaped as well.
+  EXPECT_EQ(AnswerOf("x\x81y").notes, std::vector<std::string>{"x\\u0081y"});
+}
+
+TEST(Console, NotesAndErrorsEscapeControlsAndHideSecrets) {
+  Console console(OutputOptions{});
+  Captured captured;
+  console.Capture(&captured, "unit");
+  console.AddSecret("123456");
+  console.Note("file \x1b]0;title\x07 of 123456");
+  console.Error("bad \xC2\x9B" "31m");
+  EXPECT_EQ(captured.notes, std::vector<std::string>{"file \\x1b]0;title\\x07 of ******"});
+  EXPECT_EQ(captured.errors, std::vector<std::string>{"bad \\u009b31m"});
+}
+
+TEST(WrapHelp, LongLinesContinueUnderTheirDescription) {
+  const std::string help =
+      "Usage: camrelay\n"
+      "  --host TEXT    The unit's address (default: the one the working folder remembers)\n"
+      "short\n";
+  EXPECT_EQ(WrapHelp(help, 0), help);
+  EXPECT_EQ(WrapHelp(help, 200), help);
+  EXPECT_EQ(WrapHelp(help, 45),
+            "Usage: camrelay\n"
+            "  --host TEXT    The unit's address (default:\n"
+            "                 the one the working folder\n"
+            "                 remembers)\n"
+            "short\n");
+  // A word longer than the width stays whole rather than being cut.
+  EXPECT_EQ(WrapHelp(std::string(30, 'x') + " y", 20), std::string(30, 'x') + "\ny");
+}
