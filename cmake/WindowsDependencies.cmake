@@ -1,17 +1,25 @@
 # What the Windows build takes instead of the system's packages:
-# - Boost's headers from the distribution's /usr/include/boost, through a folder
-#   that holds nothing but a link to it, so that no other Linux header reaches
-#   the cross compiler;
+# - the header-only libraries (Boost, CLI11, nlohmann's JSON) from the
+#   distribution's /usr/include, each through a folder that holds nothing but
+#   a link to it, so that no other Linux header reaches the cross compiler;
 # - SQLite compiled from the amalgamation that scripts/test-windows builds from
 #   the distribution's source package (CAMRELAY_SQLITE_DIR).
-set(CAMRELAY_BOOST_ROOT ${CMAKE_BINARY_DIR}/boost-headers)
-if(NOT EXISTS ${CAMRELAY_BOOST_ROOT}/boost)
-  file(MAKE_DIRECTORY ${CAMRELAY_BOOST_ROOT})
-  file(CREATE_LINK /usr/include/boost ${CAMRELAY_BOOST_ROOT}/boost SYMBOLIC)
-endif()
-add_library(Boost::headers INTERFACE IMPORTED)
+function(camrelay_header_library target folder)
+  set(root ${CMAKE_BINARY_DIR}/${folder}-headers)
+  if(NOT EXISTS ${root}/${folder})
+    if(NOT EXISTS /usr/include/${folder})
+      message(FATAL_ERROR "/usr/include/${folder} is missing: scripts/install-deps installs it")
+    endif()
+    file(MAKE_DIRECTORY ${root})
+    file(CREATE_LINK /usr/include/${folder} ${root}/${folder} SYMBOLIC)
+  endif()
+  add_library(${target} INTERFACE IMPORTED)
+  target_include_directories(${target} SYSTEM INTERFACE ${root})
+endfunction()
+camrelay_header_library(Boost::headers boost)
+camrelay_header_library(CLI11::CLI11 CLI)
+camrelay_header_library(nlohmann_json::nlohmann_json nlohmann)
 # Asio on Windows needs Winsock and at least Windows 7's API.
-target_include_directories(Boost::headers SYSTEM INTERFACE ${CAMRELAY_BOOST_ROOT})
 target_compile_definitions(Boost::headers INTERFACE _WIN32_WINNT=0x0601 WIN32_LEAN_AND_MEAN)
 target_link_libraries(Boost::headers INTERFACE ws2_32 mswsock)
 

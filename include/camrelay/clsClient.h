@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "camrelay/enums.h"
+#include "camrelay/panel.h"
 #include "camrelay/status.h"
 
 namespace boost::asio {
@@ -136,6 +137,12 @@ class clsClient {
 
   // What the link is doing and how its last request ended.
   LinkStatus Status() const;
+  // A copy of the diagnostic panel as the link keeps it: hidden and empty
+  // before Connetti and after Disconnetti.
+  panel::PanelModel Panel() const;
+  // The panel's "Invia": sends text as typed, unframed, on a UDP link; on TCP,
+  // or when text is empty, nothing happens.
+  void SendTypedString(const std::string& text);
 
   // The link itself, for tests only; null before Connetti. Hosts read
   // Status() instead.

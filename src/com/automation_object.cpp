@@ -66,7 +66,11 @@ AutomationObject::AutomationObject(ITypeInfo* dispatchInfo, ITypeInfo* classInfo
         Release();
       }),
       client_(std::make_unique<clsClient>(loop_.Context())),
-      panel_([this] { return client_->Form(); }, [this] { loop_.Wake(); }) {
+      panel_([this] { return client_->Panel(); },
+             [this](const std::string& text) {
+               client_->SendTypedString(text);
+               loop_.Wake();
+             }) {
   AddModuleReference();
   Subscribe();
 }
@@ -141,8 +145,8 @@ HRESULT STDMETHODCALLTYPE AutomationObject::QueryInterface(REFIID iid, void** ob
     *object = static_cast<_clsClient*>(this);
   else if (IsEqualIID(iid, IID_IConnectionPointContainer))
     *object = static_cast<IConnectionPointContainer*>(this);
-  else if (IsEqualIID(iid, IID_IProvideClassInfo))
-    *object = static_cast<IProvideClassInfo*>(this);
+  else if (IsEqualIID(iid, IID_IProvideClassInfo) || IsEqualIID(iid, IID_IProvideClassInfo2))
+    *object = static_cast<IProvideClassInfo2*>(this);
   else {
     *object = nullptr;
     return E_NOINTERFACE;
@@ -194,8 +198,9 @@ HRESULT STDMETHODCALLTYPE AutomationObject::Invoke(DISPID member, REFIID, LCID, 
 // ---- Events and class information. ----------------------------------------------
 
 HRESULT STDMETHODCALLTYPE AutomationObject::EnumConnectionPoints(IEnumConnectionPoints** points) {
-  if (points) *points = nullptr;
-  return E_NOTIMPL;
+  if (!points) return E_POINTER;
+  *points = new (std::nothrow) PointEnumerator({&events_});
+  return *points ? S_OK : E_OUTOFMEMORY;
 }
 
 HRESULT STDMETHODCALLTYPE AutomationObject::FindConnectionPoint(REFIID iid, IConnectionPoint** point) {
@@ -211,6 +216,16 @@ HRESULT STDMETHODCALLTYPE AutomationObject::GetClassInfo(ITypeInfo** info) {
   if (!info) return E_POINTER;
   classInfo_->AddRef();
   *info = classInfo_;
+  return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE AutomationObject::GetGUID(DWORD kind, GUID* guid) {
+  if (!guid) return E_POINTER;
+  if (kind != GUIDKIND_DEFAULT_SOURCE_DISP_IID) {
+    *guid = GUID_NULL;
+    return E_INVALIDARG;
+  }
+  *guid = DIID___clsClient;
   return S_OK;
 }
 

@@ -16,7 +16,8 @@
 
 namespace camrelay::com {
 
-class AutomationObject final : public _clsClient, public IConnectionPointContainer, public IProvideClassInfo {
+class AutomationObject final : public _clsClient, public IConnectionPointContainer,
+                               public IProvideClassInfo2 {
  public:
   static HRESULT Create(AutomationObject** created);
 
@@ -34,6 +35,7 @@ class AutomationObject final : public _clsClient, public IConnectionPointContain
   HRESULT STDMETHODCALLTYPE EnumConnectionPoints(IEnumConnectionPoints** points) override;
   HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID iid, IConnectionPoint** point) override;
   HRESULT STDMETHODCALLTYPE GetClassInfo(ITypeInfo** info) override;
+  HRESULT STDMETHODCALLTYPE GetGUID(DWORD kind, GUID* guid) override;
 
   HRESULT STDMETHODCALLTYPE get_StringaConnDB(BSTR* value) override;
   HRESULT STDMETHODCALLTYPE put_StringaConnDB(BSTR value) override;

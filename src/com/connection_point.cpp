@@ -2,6 +2,8 @@
 
 #include <olectl.h>
 
+#include <new>
+
 namespace camrelay::com {
 
 EventSource::EventSource(IConnectionPointContainer* container, REFIID events)
@@ -85,6 +87,62 @@ void EventSource::DisconnectAll() {
   auto sinks = std::move(sinks_);
   sinks_.clear();
   for (const auto& [cookie, sink] : sinks) sink->Release();
+}
+
+PointEnumerator::PointEnumerator(std::vector<IConnectionPoint*> points, ULONG next)
+    : points_(std::move(points)), next_(next) {
+  for (IConnectionPoint* point : points_) point->AddRef();
+}
+
+PointEnumerator::~PointEnumerator() {
+  for (IConnectionPoint* point : points_) point->Release();
+}
+
+HRESULT STDMETHODCALLTYPE PointEnumerator::QueryInterface(REFIID iid, void** object) {
+  if (!object) return E_POINTER;
+  if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IEnumConnectionPoints)) {
+    *object = static_cast<IEnumConnectionPoints*>(this);
+    AddRef();
+    return S_OK;
+  }
+  *object = nullptr;
+  return E_NOINTERFACE;
+}
+
+ULONG STDMETHODCALLTYPE PointEnumerator::AddRef() { return InterlockedIncrement(&references_); }
+
+ULONG STDMETHODCALLTYPE PointEnumerator::Release() {
+  const ULONG left = InterlockedDecrement(&references_);
+  if (left == 0) delete this;
+  return left;
+}
+
+HRESULT STDMETHODCALLTYPE PointEnumerator::Next(ULONG count, IConnectionPoint** points, ULONG* fetched) {
+  if (!points || (count > 1 && !fetched)) return E_POINTER;
+  ULONG given = 0;
+  for (; given < count && next_ < points_.size(); ++given, ++next_) {
+    points[given] = points_[next_];
+    points[given]->AddRef();
+  }
+  if (fetched) *fetched = given;
+  return given == count ? S_OK : S_FALSE;
+}
+
+HRESULT STDMETHODCALLTYPE PointEnumerator::Skip(ULONG count) {
+  const ULONG left = static_cast<ULONG>(points_.size()) - next_;
+  next_ += count < left ? count : left;
+  return count <= left ? S_OK : S_FALSE;
+}
+
+HRESULT STDMETHODCALLTYPE PointEnumerator::Reset() {
+  next_ = 0;
+  return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE PointEnumerator::Clone(IEnumConnectionPoints** copy) {
+  if (!copy) return E_POINTER;
+  *copy = new (std::nothrow) PointEnumerator(points_, next_);
+  return *copy ? S_OK : E_OUTOFMEMORY;
 }
 
 }  // namespace camrelay::com

@@ -39,4 +39,26 @@ class EventSource final : public IConnectionPoint {
   DWORD nextCookie_ = 1;
 };
 
+// The container's list of its connection points, for hosts that look for the
+// event source by walking it rather than asking for __clsClient by name.
+class PointEnumerator final : public IEnumConnectionPoints {
+ public:
+  // Holds a reference to each point for as long as it lives.
+  explicit PointEnumerator(std::vector<IConnectionPoint*> points, ULONG next = 0);
+  ~PointEnumerator();
+
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
+  ULONG STDMETHODCALLTYPE AddRef() override;
+  ULONG STDMETHODCALLTYPE Release() override;
+  HRESULT STDMETHODCALLTYPE Next(ULONG count, IConnectionPoint** points, ULONG* fetched) override;
+  HRESULT STDMETHODCALLTYPE Skip(ULONG count) override;
+  HRESULT STDMETHODCALLTYPE Reset() override;
+  HRESULT STDMETHODCALLTYPE Clone(IEnumConnectionPoints** copy) override;
+
+ private:
+  LONG references_ = 1;
+  std::vector<IConnectionPoint*> points_;
+  ULONG next_;
+};
+
 }  // namespace camrelay::com

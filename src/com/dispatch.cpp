@@ -1,12 +1,11 @@
 #include "com/dispatch.h"
 
-#include <algorithm>
 #include <vector>
 
 namespace camrelay::com {
 namespace {
 
-// The function the call reaches, or null.
+// The function the call reaches, or null. The caller releases it.
 FUNCDESC* FindFunction(ITypeInfo* info, DISPID member, WORD flags) {
   TYPEATTR* attributes = nullptr;
   if (FAILED(info->GetTypeAttr(&attributes))) return nullptr;
@@ -44,6 +43,22 @@ bool IsMissing(const VARIANT& argument) {
   return V_VT(&argument) == VT_ERROR && V_ERROR(&argument) == DISP_E_PARAMNOTFOUND;
 }
 
+// A by-reference argument that refers to nothing, directly or through the
+// Variant it refers to. Automation has no use for one, and the platform's
+// conversions read through the pointer without looking.
+bool RefersToNothing(const VARIANT& argument) {
+  const VARIANT* value = &argument;
+  // A Variant may refer to a Variant, which may refer again: a few steps
+  // are plenty, and a longer chain is no argument a host means.
+  for (int depth = 0; depth < 4; ++depth) {
+    if (!(V_VT(value) & VT_BYREF)) return false;
+    if (!V_BYREF(value)) return true;
+    if (V_VT(value) != (VT_BYREF | VT_VARIANT)) return false;
+    value = V_VARIANTREF(value);
+  }
+  return true;
+}
+
 const VARIANT& Dereferenced(const VARIANT& argument) {
   return V_VT(&argument) == (VT_BYREF | VT_VARIANT) ? *V_VARIANTREF(&argument) : argument;
 }
@@ -73,6 +88,7 @@ HRESULT Adapt(ITypeInfo* info, const ELEMDESC& parameter, const VARIANT& given, 
       slot = copy;
       return hr;
     }
+    if (!(description.wParamFlags & PARAMFLAG_FOPT)) return DISP_E_PARAMNOTOPTIONAL;
     // An optional Variant left out arrives as "missing", by reference when
     // the member takes it so, and its absence shows.
     if (declared == VT_VARIANT) return PassByReference(slot, copy, given, declared);
@@ -83,42 +99,91 @@ HRESULT Adapt(ITypeInfo* info, const ELEMDESC& parameter, const VARIANT& given, 
     slot = given;
     return S_OK;
   }
-  return PassByReference(slot, copy, given, declared);
+  const HRESULT hr = PassByReference(slot, copy, given, declared);
+  return FAILED(hr) ? DISP_E_TYPEMISMATCH : hr;
+}
+
+// The parameters a caller passes: all but a trailing return value or locale.
+UINT CallerParameters(const FUNCDESC& function) {
+  UINT count = 0;
+  for (SHORT p = 0; p < function.cParams; ++p)
+    if (!(function.lprgelemdescParam[p].paramdesc.wParamFlags & (PARAMFLAG_FRETVAL | PARAMFLAG_FLCID))) ++count;
+  return count;
+}
+
+// Each parameter's argument, in declared order, from the positional ones
+// (which arrive last first) and the named ones (which come first, named by
+// the parameter's position); null where the caller left one out. On failure
+// argumentError is the offending argument's index in rgvarg.
+HRESULT ArgumentsByPosition(const DISPPARAMS& params, UINT parameters, std::vector<const VARIANT*>& byPosition,
+                            UINT& argumentError) {
+  if (params.cArgs > parameters || params.cNamedArgs > params.cArgs) return DISP_E_BADPARAMCOUNT;
+  byPosition.assign(parameters, nullptr);
+  const UINT positional = params.cArgs - params.cNamedArgs;
+  for (UINT i = 0; i < positional; ++i) byPosition[i] = &params.rgvarg[params.cArgs - 1 - i];
+  for (UINT i = 0; i < params.cNamedArgs; ++i) {
+    const DISPID position = params.rgdispidNamedArgs[i];
+    if (position < 0 || static_cast<UINT>(position) >= parameters || byPosition[position]) {
+      argumentError = i;
+      return DISP_E_PARAMNOTFOUND;
+    }
+    byPosition[position] = &params.rgvarg[i];
+  }
+  return S_OK;
+}
+
+// The index in rgvarg of the argument given for a position.
+UINT IndexOf(const DISPPARAMS& params, const VARIANT* argument) {
+  return static_cast<UINT>(argument - params.rgvarg);
+}
+
+bool IsPropertyPut(WORD flags, const DISPPARAMS& params) {
+  return (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) && params.cNamedArgs == 1 &&
+         params.rgdispidNamedArgs && params.rgdispidNamedArgs[0] == DISPID_PROPERTYPUT;
 }
 
 }  // namespace
 
 HRESULT InvokeByTypeInfo(ITypeInfo* info, void* object, DISPID member, WORD flags, DISPPARAMS* params,
                          VARIANT* result, EXCEPINFO* exception, UINT* argumentError) {
-  FUNCDESC* function = params && params->cNamedArgs == 0 ? FindFunction(info, member, flags) : nullptr;
-  if (!function) return info->Invoke(object, member, flags, params, result, exception, argumentError);
+  if (!params || (params->cArgs && !params->rgvarg) || (params->cNamedArgs && !params->rgdispidNamedArgs))
+    return E_INVALIDARG;
+  UINT unused = 0;
+  UINT& errorIndex = argumentError ? *argumentError : unused;
+  for (UINT i = 0; i < params->cArgs; ++i)
+    if (RefersToNothing(params->rgvarg[i])) {
+      errorIndex = i;
+      return DISP_E_TYPEMISMATCH;
+    }
+  // A property's new value is one argument by value: the platform converts
+  // it as the let declares.
+  if (IsPropertyPut(flags, *params)) {
+    if (params->cArgs != 1) return DISP_E_BADPARAMCOUNT;
+    return info->Invoke(object, member, flags, params, result, exception, argumentError);
+  }
+  FUNCDESC* function = FindFunction(info, member, flags);
+  if (!function) return DISP_E_MEMBERNOTFOUND;
 
-  // Arguments arrive last first; the caller may leave out trailing ones.
-  const UINT given = params->cArgs;
-  const UINT total = std::max<UINT>(given, static_cast<UINT>(function->cParams));
+  const UINT parameters = CallerParameters(*function);
+  std::vector<const VARIANT*> byPosition;
+  HRESULT hr = ArgumentsByPosition(*params, parameters, byPosition, errorIndex);
   VARIANT missing;
   VariantInit(&missing);
   V_VT(&missing) = VT_ERROR;
   V_ERROR(&missing) = DISP_E_PARAMNOTFOUND;
-  std::vector<VARIANT> arguments(total), copies(total);
+  // The platform's Invoke sees every parameter, in place, by position.
+  std::vector<VARIANT> arguments(parameters), copies(parameters);
   for (auto& copy : copies) VariantInit(&copy);
-  HRESULT hr = S_OK;
-  for (UINT position = 0; position < total && SUCCEEDED(hr); ++position) {
-    const UINT slot = total - 1 - position;
-    const VARIANT& argument = position < given ? params->rgvarg[given - 1 - position] : missing;
-    if (position >= static_cast<UINT>(function->cParams)) {
-      arguments[slot] = argument;
-      continue;
-    }
-    hr = Adapt(info, function->lprgelemdescParam[position], argument, arguments[slot], copies[slot]);
-    if (FAILED(hr)) {
-      if (argumentError) *argumentError = given - 1 - position;
-      hr = DISP_E_TYPEMISMATCH;
-    }
+  for (UINT position = 0; position < parameters && SUCCEEDED(hr); ++position) {
+    const VARIANT* given = byPosition[position];
+    VARIANT& slot = arguments[parameters - 1 - position];
+    hr = Adapt(info, function->lprgelemdescParam[position], given ? *given : missing, slot,
+               copies[parameters - 1 - position]);
+    if (hr == DISP_E_TYPEMISMATCH && given) errorIndex = IndexOf(*params, given);
   }
   info->ReleaseFuncDesc(function);
   if (SUCCEEDED(hr)) {
-    DISPPARAMS adapted{arguments.data(), nullptr, total, 0};
+    DISPPARAMS adapted{arguments.data(), nullptr, parameters, 0};
     hr = info->Invoke(object, member, flags, &adapted, result, exception, argumentError);
   }
   for (auto& copy : copies) VariantClear(&copy);

@@ -5,8 +5,6 @@
 #include <array>
 
 #include "com/module.h"
-#include "link/frmClient.h"
-#include "panel/panel_model.h"
 #include "platform/windows/codepage.h"
 
 namespace camrelay::com {
@@ -113,8 +111,8 @@ void RegisterWindowClass(WNDPROC procedure) {
 
 }  // namespace
 
-PanelWindow::PanelWindow(std::function<link::frmClient*()> form, std::function<void()> afterSend)
-    : form_(std::move(form)), afterSend_(std::move(afterSend)) {}
+PanelWindow::PanelWindow(std::function<panel::PanelModel()> model, std::function<void(const std::string&)> send)
+    : model_(std::move(model)), send_(std::move(send)) {}
 
 PanelWindow::~PanelWindow() {
   if (window_) {
@@ -142,26 +140,29 @@ void PanelWindow::Create() {
     SendMessageW(controls_.back(), WM_SETFONT, reinterpret_cast<WPARAM>(font_), FALSE);
   }
   shown_.assign(controls_.size(), std::string("\x01"));  // nothing shown yet
-  statusBar_ = CreateWindowExW(0, STATUSCLASSNAMEW, L"", WS_CHILD | WS_VISIBLE, 0, 0, 0, 0, window_, nullptr,
-                               ModuleInstance(), nullptr);
+  // The status drawing lies over the bar: the bar must not paint over it.
+  statusBar_ = CreateWindowExW(0, STATUSCLASSNAMEW, L"", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS, 0, 0, 0, 0, window_,
+                               nullptr, ModuleInstance(), nullptr);
   SendMessageW(statusBar_, WM_SETFONT, reinterpret_cast<WPARAM>(font_), FALSE);
+  // The window had its first size before it knew this object: lay the
+  // status bar's panels out now, or the status text would go to a panel
+  // that does not exist yet and the status drawing would have no size.
+  Layout();
   SetTimer(window_, kRedrawTimer, kRedrawInterval, nullptr);
 }
 
 void PanelWindow::Refresh() {
-  link::frmClient* form = form_();
-  const bool visible = form && form->Panel.visible;
-  if (!visible) {
+  const panel::PanelModel model = model_();
+  if (!model.visible) {
     if (window_) ShowWindow(window_, SW_HIDE);
     return;
   }
   if (!window_) Create();
-  Update(*form);
+  Update(model);
   if (!IsWindowVisible(window_)) ShowWindow(window_, SW_SHOWNORMAL);
 }
 
-void PanelWindow::Update(link::frmClient& form) {
-  const panel::PanelModel& model = form.Panel;
+void PanelWindow::Update(const panel::PanelModel& model) {
   const auto& controls = Controls();
   for (std::size_t i = 0; i < controls.size(); ++i) {
     const auto& control = controls[i];
@@ -205,19 +206,15 @@ void PanelWindow::Layout() {
   RECT connesso;
   SendMessageW(statusBar_, SB_GETRECT, 1, reinterpret_cast<LPARAM>(&connesso));
   MapWindowPoints(statusBar_, window_, reinterpret_cast<POINT*>(&connesso), 2);
-  MoveWindow(GetDlgItem(window_, kIdPct), connesso.left + 2, connesso.top + 2, connesso.right - connesso.left - 4,
-             connesso.bottom - connesso.top - 4, TRUE);
+  SetWindowPos(GetDlgItem(window_, kIdPct), HWND_TOP, connesso.left + 2, connesso.top + 2,
+               connesso.right - connesso.left - 4, connesso.bottom - connesso.top - 4, SWP_NOACTIVATE);
 }
 
 void PanelWindow::SendTypedString() {
-  link::frmClient* form = form_();
-  if (!form) return;
   const HWND edit = GetDlgItem(window_, kIdTxtSendStr);
   std::wstring text(static_cast<std::size_t>(GetWindowTextLengthW(edit)) + 1, L'\0');
   text.resize(static_cast<std::size_t>(GetWindowTextW(edit, text.data(), static_cast<int>(text.size()))));
-  form->Panel.TxtSendStr = FromWide(text);
-  form->CmdSendStr_Click();
-  afterSend_();
+  send_(FromWide(text));
 }
 
 LRESULT CALLBACK PanelWindow::WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {

@@ -9,17 +9,15 @@
 #include <string>
 #include <vector>
 
-namespace camrelay::link {
-class frmClient;
-}
+#include "camrelay/panel.h"
 
 namespace camrelay::com {
 
 class PanelWindow {
  public:
-  // form gives the current link (null when there is none); afterSend is
-  // called once "Invia" has handed the typed text to the link.
-  PanelWindow(std::function<link::frmClient*()> form, std::function<void()> afterSend);
+  // model gives the panel's state now; send is what "Invia" does with the
+  // typed text.
+  PanelWindow(std::function<panel::PanelModel()> model, std::function<void(const std::string&)> send);
   ~PanelWindow();
   PanelWindow(const PanelWindow&) = delete;
   PanelWindow& operator=(const PanelWindow&) = delete;
@@ -30,11 +28,11 @@ class PanelWindow {
   static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
   void Create();
   void Layout();
-  void Update(link::frmClient& form);
+  void Update(const panel::PanelModel& model);
   void SendTypedString();
 
-  std::function<link::frmClient*()> form_;
-  std::function<void()> afterSend_;
+  std::function<panel::PanelModel()> model_;
+  std::function<void(const std::string&)> send_;
   HWND window_ = nullptr;
   HWND statusBar_ = nullptr;
   HFONT font_ = nullptr;

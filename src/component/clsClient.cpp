@@ -6,6 +6,7 @@
 #include <boost/asio/io_context.hpp>
 #include <cmath>
 #include <cstdio>
+#include <stdexcept>
 
 #include "component/settings.h"
 #include "link/codes.h"
@@ -29,6 +30,16 @@ std::string DecimalText(double value) {
   char text[32];
   std::snprintf(text, sizeof text, "%.15g", value);
   return text;
+}
+
+// A port the socket cannot take is refused rather than cut to 16 bits, which
+// would bind or send somewhere else than the settings then say. A local port
+// of 0 lets the system pick one.
+int CheckedPort(const char* which, int port, int lowest) {
+  if (port < lowest || port > 65535)
+    throw std::invalid_argument(std::string("the ") + which + " port " + std::to_string(port) + " is outside " +
+                                std::to_string(lowest) + " to 65535");
+  return port;
 }
 
 }  // namespace
@@ -341,10 +352,16 @@ void clsClient::Connetti(const std::string& RemoteHost, int RemotePort, int Loca
     auto setting = [&](const char* key, const std::string& fallback) {
       return usaFileImpostazioni_ ? settings.GetSetting(kSection, key, fallback) : fallback;
     };
+    const int remotePort = CheckedPort(
+        "remote", RemotePort > 0 ? RemotePort : component::SettingAsInteger(setting("RemotePort", "19201")), 1);
+    const int localPort = CheckedPort(
+        "local",
+        LocalPort > 0 ? LocalPort
+                      : component::SettingAsInteger(setting("LocalPort", usaFileImpostazioni_ ? "14400" : "0")),
+        0);
     remoteHost_ = !RemoteHost.empty() ? RemoteHost : setting("RemoteHost", "192.168.0.1");
-    remotePort_ = RemotePort > 0 ? RemotePort : component::SettingAsInteger(setting("RemotePort", "19201"));
-    localPort_ = LocalPort > 0 ? LocalPort
-                               : component::SettingAsInteger(setting("LocalPort", usaFileImpostazioni_ ? "14400" : "0"));
+    remotePort_ = remotePort;
+    localPort_ = localPort;
     viewRunTimeError_ = ViewRunTimeError;
     panelVisible_ = false;
     delayLoadDataFromDB_ =
@@ -448,6 +465,14 @@ LinkStatus clsClient::Status() const {
   if (f.lastOutcome != RequestOutcome::None) status.lastOutcome = f.lastOutcome;
   if (status.lastOutcome != RequestOutcome::Completed) status.lastOutcomeText = f.StringaErroreConnessione;
   return status;
+}
+
+panel::PanelModel clsClient::Panel() const { return frm_ ? frm_->Panel : panel::PanelModel{}; }
+
+void clsClient::SendTypedString(const std::string& text) {
+  if (!frm_) return;
+  frm_->Panel.TxtSendStr = text;
+  frm_->CmdSendStr_Click();
 }
 
 void clsClient::ImpostaTempiRisposta(int timeoutLongMs, int timeoutShortMs, int retries) {

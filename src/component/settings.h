@@ -5,7 +5,6 @@
 // HKEY_CURRENT_USER\Software\VB and VBA Program Settings\<application>.
 #pragma once
 
-#include <filesystem>
 #include <string>
 
 namespace camrelay::component {
@@ -14,8 +13,6 @@ class SettingsStore {
  public:
   explicit SettingsStore(std::string application) : application_(std::move(application)) {}
 
-  // Where the settings live: the INI file, or the registry key's full name.
-  std::filesystem::path File() const;
   // The stored text, or Default when the key (or the file) is absent.
   std::string GetSetting(const std::string& Section, const std::string& Key, const std::string& Default) const;
   // Creates the folder and file when missing. Throws std::runtime_error when

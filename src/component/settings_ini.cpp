@@ -1,6 +1,7 @@
 // The settings store on POSIX systems: an INI file below the user's
 // configuration folder.
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <system_error>
@@ -41,9 +42,8 @@ std::string ValueOf(const IniLine& line) {
   return Trim(line.text.substr(line.text.find('=') + 1));
 }
 
-}  // namespace
-
-std::filesystem::path SettingsStore::File() const {
+// ${XDG_CONFIG_HOME:-$HOME/.config}/<application>/settings.ini
+std::filesystem::path IniFile(const std::string& application) {
   std::filesystem::path base;
   if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg)
     base = xdg;
@@ -51,19 +51,21 @@ std::filesystem::path SettingsStore::File() const {
     base = std::filesystem::path(home) / ".config";
   else
     base = std::filesystem::current_path();
-  return base / application_ / "settings.ini";
+  return base / application / "settings.ini";
 }
+
+}  // namespace
 
 std::string SettingsStore::GetSetting(const std::string& Section, const std::string& Key,
                                       const std::string& Default) const {
-  for (const auto& line : ReadIni(File()))
+  for (const auto& line : ReadIni(IniFile(application_)))
     if (line.section == Section && line.key == Key) return ValueOf(line);
   return Default;
 }
 
 void SettingsStore::SaveSetting(const std::string& Section, const std::string& Key,
                                 const std::string& Setting) const {
-  const auto file = File();
+  const auto file = IniFile(application_);
   auto lines = ReadIni(file);
   const std::string entry = Key + "=" + Setting;
   bool done = false;

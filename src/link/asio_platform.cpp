@@ -13,8 +13,6 @@ namespace camrelay::link {
 namespace asio = boost::asio;
 using boost::system::error_code;
 
-namespace {
-
 // The socket error numbers and texts the link and its hosts know.
 SocketError Translate(const error_code& ec) {
   namespace err = asio::error;
@@ -29,8 +27,16 @@ SocketError Translate(const error_code& ec) {
   if (ec == err::not_connected) return {sckNotConnected, "Socket is not connected"};
   if (ec == err::host_not_found || ec == err::host_not_found_try_again)
     return {11001, "Authoritative answer: Host not found"};
+  // Windows numbers its socket errors as hosts know them (10013 access
+  // denied, 10049 address not available): its own number is the one to
+  // give. Elsewhere the system's number is moved above 10000, clear of them.
+  const bool socketNumbersAreHosts =
+      error_code(asio::error::connection_reset).value() == sckConnectionReset;
+  if (socketNumbersAreHosts && ec.category() == boost::system::system_category()) return {ec.value(), ec.message()};
   return {10000 + ec.value(), ec.message()};
 }
+
+namespace {
 
 // Where every socket of the thread reads into before it keeps the bytes it
 // got: large enough for any datagram, and used only inside one handler.

@@ -12,6 +12,9 @@
 namespace boost::asio {
 class io_context;
 }
+namespace boost::system {
+class error_code;
+}
 
 namespace camrelay::link {
 
@@ -25,5 +28,7 @@ class Platform {
 
 // Real sockets and timers on the host's io_context.
 std::shared_ptr<Platform> makeAsioPlatform(boost::asio::io_context& io);
+// The number and text the real sockets report a system error with.
+SocketError Translate(const boost::system::error_code& ec);
 
 }  // namespace camrelay::link

@@ -3,8 +3,11 @@
 // through its connection point, against a simulated unit on loopback.
 // com_host GROUP runs one group of cases; the exit status is the number of
 // failed checks.
+#include <winsock2.h>
 #include <windows.h>
 #include <ocidl.h>
+
+#include <boost/system/error_code.hpp>
 
 #include <cstdio>
 #include <fstream>
@@ -15,6 +18,7 @@
 #include "camrelay.h"
 #include "camrelay/enums.h"
 #include "host_support.h"
+#include "link/platform.h"
 #include "platform/windows/codepage.h"
 #include "store/DataVideo.h"
 #include "store/dump.h"
@@ -234,20 +238,41 @@ void TextConversion() {
   CHECK(camrelay::store::Utf8ToCp1252("\xe4\xb8\xad") == "?", "a character Windows-1252 lacks becomes ?");
 }
 
+// Socket errors keep the numbers Windows gives them, which are the ones
+// hosts know, whether or not the link has a name of its own for them.
+void SocketErrors() {
+  using boost::system::error_code;
+  using boost::system::system_category;
+  for (int number : {WSAEACCES, WSAEADDRNOTAVAIL, WSAENOBUFS, WSAECONNRESET, WSAECONNREFUSED}) {
+    const auto error = camrelay::link::Translate(error_code(number, system_category()));
+    CHECK(error.number() == number, "socket error " + std::to_string(number) + " is reported as " +
+                                        std::to_string(error.number()));
+    CHECK(*error.what() != '\0', "socket error " + std::to_string(number) + " comes with its text");
+  }
+}
+
 }  // namespace
 
 void TypeLibrary();
 void Panel();
+void NamedArgumentCases();
+void NullReferenceCases();
+void ArgumentCountCases();
+void BadPortCases();
+void Discovery();
 
 int main(int argc, char** argv) {
   const std::string group = argc > 1 ? argv[1] : "";
   const std::map<std::string, void (*)()> groups{{"registration", Registration}, {"unload", Unload},
                                                  {"session", Session},           {"typelib", TypeLibrary},
-                                                 {"panel", Panel},
-                                                 {"text", TextConversion}};
+                                                 {"panel", Panel},               {"named", NamedArgumentCases},
+                                                 {"nulls", NullReferenceCases},  {"counts", ArgumentCountCases},
+                                                 {"ports", BadPortCases},
+                                                 {"discovery", Discovery},       {"text", TextConversion},
+                                                 {"errors", SocketErrors}};
   const auto found = groups.find(group);
   if (found == groups.end()) {
-    std::fprintf(stderr, "usage: com_host registration|unload|session|typelib|panel|text\n");
+    std::fprintf(stderr, "usage: com_host registration|unload|session|typelib|panel|named|nulls|counts|ports|discovery|text|errors\n");
     return 2;
   }
   OleInitialize(nullptr);

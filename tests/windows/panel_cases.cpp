@@ -2,6 +2,7 @@
 // is not blank; "Invia" sends the typed string on UDP, and the send row is
 // not there on TCP.
 #include <windows.h>
+#include <commctrl.h>
 
 #include <fstream>
 #include <iterator>
@@ -11,6 +12,7 @@
 #include "camrelay.h"
 #include "camrelay/enums.h"
 #include "host_support.h"
+#include "platform/windows/codepage.h"
 
 namespace fs = std::filesystem;
 using namespace host;
@@ -35,8 +37,8 @@ HWND TypingField(HWND panel) {
 }
 
 // Draws the window into a 24-bit bitmap, saves it as a BMP file and
-// returns how many distinct colours it holds.
-std::size_t Screenshot(HWND window, const fs::path& file) {
+// returns the colours it holds, each as red << 16 | green << 8 | blue.
+std::set<unsigned> Screenshot(HWND window, const fs::path& file) {
   RECT frame;
   GetWindowRect(window, &frame);
   const int width = frame.right - frame.left, height = frame.bottom - frame.top;
@@ -71,7 +73,23 @@ std::size_t Screenshot(HWND window, const fs::path& file) {
   DeleteObject(bitmap);
   DeleteDC(memory);
   ReleaseDC(nullptr, screen);
-  return colours.size();
+  return colours;
+}
+
+bool HasRed(const std::set<unsigned>& colours) {
+  for (unsigned colour : colours)
+    if ((colour >> 16) >= 200 && ((colour >> 8) & 0xFF) <= 80 && (colour & 0xFF) <= 80) return true;
+  return false;
+}
+
+// The text of one panel of the window's status bar.
+std::wstring StatusBarText(HWND panel, int part) {
+  const HWND bar = FindWindowExW(panel, nullptr, STATUSCLASSNAMEW, nullptr);
+  if (!bar) return L"(no status bar)";
+  std::wstring text(LOWORD(SendMessageW(bar, SB_GETTEXTLENGTHW, part, 0)) + 1, L'\0');
+  SendMessageW(bar, SB_GETTEXTW, part, reinterpret_cast<LPARAM>(text.data()));
+  text.resize(lstrlenW(text.c_str()));
+  return text;
 }
 
 bool UnitLogHas(const std::string& text) {
@@ -118,8 +136,14 @@ void Panel() {
   CHECK(ChildWith(panel, L"Static", L"Dati di rete locale") && ChildWith(panel, L"Static", L"TX:") &&
             ChildWith(panel, L"Static", L"Invia una stringa al VideoSentrova:"),
         "the panel carries its captions");
-  const std::size_t colours = Screenshot(panel, WorkDir() / "panel-udp.bmp");
-  CHECK(colours > 2, "the screenshot shows the drawn panel (" + std::to_string(colours) + " colours)");
+  const auto colours = Screenshot(panel, WorkDir() / "panel-udp.bmp");
+  CHECK(colours.size() > 2, "the screenshot shows the drawn panel (" + std::to_string(colours.size()) + " colours)");
+  // The status area, at once: nothing has resized or repainted the panel
+  // since Show.
+  CHECK(StatusBarText(panel, 1) == L"Non connesso",
+        "the status bar's \"connesso\" panel reads Non connesso, not " +
+            camrelay::platform::windows::FromWide(StatusBarText(panel, 1)));
+  CHECK(HasRed(colours), "the status drawing shows \"Non connesso\" in red");
 
   const HWND field = TypingField(panel);
   const HWND invia = ChildWith(panel, L"Button", L"Invia");

@@ -12,50 +12,56 @@
 #include "files/safe_name.h"
 #include "host/site.h"
 #include "store/DataVideo.h"
+#include "system.h"
 
 namespace camrelay::cli {
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kDescription =
-    "camrelay drives a video alarm communicator (a unit) over TCP or UDP.\n"
-    "Commands run in the order given, one after the other, on one link:\n"
-    "  camrelay [OPTIONS] COMMAND [ARGS] [COMMAND [ARGS]]...\n"
-    "Link options left out are taken from the unit the working folder remembers\n"
-    "(DIR/camrelay-site.ini, written by a run that reached a unit), else from the\n"
-    "settings file (${XDG_CONFIG_HOME:-~/.config}/CamRelay/settings.ini), and the\n"
-    "values used are written back to it. A command that changes a unit goes only\n"
-    "to a unit named with --host or remembered by the folder.";
+std::string Description() {
+  return std::string(
+             "camrelay drives a video alarm communicator (a unit) over TCP or UDP.\n"
+             "Commands run in the order given, one after the other, on one link:\n"
+             "  camrelay [OPTIONS] COMMAND [ARGS] [COMMAND [ARGS]]...\n"
+             "Link options left out are taken from the unit the working folder remembers\n"
+             "(DIR/camrelay-site.ini, written by a run that reached a unit), else from the\n"
+             "settings (") +
+         kSettingsStoreHelp +
+         "), and the values used are written back\n"
+         "to them. A command that changes a unit goes only to a unit named with --host\n"
+         "or remembered by the folder.";
+}
 
-constexpr const char* kFooter =
-    "Files:\n"
-    "  ${XDG_CONFIG_HOME:-~/.config}/CamRelay/settings.ini\n"
-    "                              The settings file: the link used last ([AppSetting] RemoteHost, RemotePort,\n"
-    "                              LocalPort), read for the link options left out and written back\n"
-    "  DIR/camrelay-site.ini       The unit this folder's runs reach when --host and --port are left out\n"
-    "  DIR/VideoSentrova.db        The database (DIR is the working folder, --dir)\n"
-    "  DIR/Audio/                  Voice messages\n"
-    "  DIR/Snapshot/               Snapshots, preview and stream images\n"
-    "  DIR/VideoAvi/               Clips\n"
-    "\n"
-    "Environment:\n"
-    "  CAMRELAY_CODE               The access code when --code is not given; it keeps the code off the command\n"
-    "                              line\n"
-    "  XDG_CONFIG_HOME             The folder that holds CamRelay/settings.ini (default: ~/.config)\n"
-    "\n"
-    "Exit status:\n"
-    "  0                           Every command succeeded\n"
-    "  1                           The unit refused a command or it failed (the reason on standard error)\n"
-    "  2                           Bad usage or bad input, reported before anything is sent\n"
-    "  130                         Interrupted with Ctrl-C (128 + the signal)\n"
-    "\n"
-    "Examples:\n"
-    "  $ camrelay --host 10.0.0.7 --code 123456 login download-prog download-log\n"
-    "  $ camrelay --tcp download-media 20240101-120000.jpg\n"
-    "  $ camrelay db export-log > log.csv\n"
-    "\n"
-    "Run 'camrelay COMMAND --help' for the details of a command, 'camrelay --help-all' for all of them.";
+std::string Footer() {
+  return std::string("Files:\n  ") + kSettingsStoreHelp +
+         "\n"
+         "                              The settings: the link used last ([AppSetting] RemoteHost, RemotePort,\n"
+         "                              LocalPort), read for the link options left out and written back\n"
+         "  DIR/camrelay-site.ini       The unit this folder's runs reach when --host and --port are left out\n"
+         "  DIR/VideoSentrova.db        The database (DIR is the working folder, --dir)\n"
+         "  DIR/Audio/                  Voice messages\n"
+         "  DIR/Snapshot/               Snapshots, preview and stream images\n"
+         "  DIR/VideoAvi/               Clips\n"
+         "\n"
+         "Environment:\n"
+         "  CAMRELAY_CODE               The access code when --code is not given; it keeps the code off the command\n"
+         "                              line\n" +
+         kSettingsEnvironmentHelp +
+         "\n"
+         "Exit status:\n"
+         "  0                           Every command succeeded\n"
+         "  1                           The unit refused a command or it failed (the reason on standard error)\n"
+         "  2                           Bad usage or bad input, reported before anything is sent\n"
+         "  130                         Interrupted with Ctrl-C (128 + the signal)\n"
+         "\n"
+         "Examples:\n"
+         "  $ camrelay --host 10.0.0.7 --code 123456 login download-prog download-log\n"
+         "  $ camrelay --tcp download-media 20240101-120000.jpg\n"
+         "  $ camrelay db export-log > log.csv\n"
+         "\n"
+         "Run 'camrelay COMMAND --help' for the details of a command, 'camrelay --help-all' for all of them.";
+}
 
 constexpr int kDefaultPreviewImages = 5;
 // What the callbacks of the commands fill as CLI11 meets them.
@@ -328,7 +334,7 @@ std::string NotExpected(CLI::App& app, const CLI::ExtrasError& error) {
 
 Invocation Parse(int argc, char** argv) {
   Collected c;
-  CLI::App app(kDescription, "camrelay");
+  CLI::App app(Description(), "camrelay");
   app.get_formatter()->label("SUBCOMMAND", "COMMAND [ARGS]...");
   app.get_formatter()->label("SUBCOMMANDS", "COMMANDS");
   app.get_formatter()->label("Positionals", "Arguments");
@@ -340,7 +346,7 @@ Invocation Parse(int argc, char** argv) {
   AddFleetCommand(app, c);
   AddWebConsoleCommand(app, c);
   // Set last, so that the commands' own help does not repeat it.
-  app.footer(kFooter);
+  app.footer(Footer());
   // Once every command is defined: they all show under one heading.
   GroupAsCommands(app);
   app.set_help_all_flag("--help-all", "Print the help of every command and exit");

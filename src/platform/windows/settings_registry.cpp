@@ -24,10 +24,6 @@ std::wstring SectionKey(const std::string& application, const std::string& secti
 
 }  // namespace
 
-std::filesystem::path SettingsStore::File() const {
-  return "HKEY_CURRENT_USER\\" + FromWide(kSettingsRoot) + application_;
-}
-
 std::string SettingsStore::GetSetting(const std::string& Section, const std::string& Key,
                                       const std::string& Default) const {
   const std::wstring key = SectionKey(application_, Section), name = ToWide(Key);

@@ -1,12 +1,11 @@
 #include "fleet/claim_source.h"
 
-#include <unistd.h>
-
 #include <stdexcept>
 
 #include "store/commit_check.h"
 #include "store/connection.h"
 #include "store/postgres_backend.h"
+#include "system.h"
 
 namespace camrelay::cli {
 namespace {
@@ -32,12 +31,6 @@ constexpr const char* kCreateRounds = R"sql(
     units text NOT NULL
   ))sql";
 
-std::string MachineName() {
-  char host[256] = {};
-  gethostname(host, sizeof host - 1);
-  return std::string(host) + ":" + std::to_string(getpid());
-}
-
 std::string Interval(std::chrono::seconds seconds) {
   return "interval '" + std::to_string(seconds.count()) + " seconds'";
 }
@@ -52,7 +45,7 @@ std::string FirstValue(store::Backend& server, const std::string& select) {
 
 ClaimSource::ClaimSource(std::vector<FleetUnit> units, const std::string& connection, std::string round,
                          std::chrono::seconds lease)
-    : round_(std::move(round)), lease_(lease), me_(MachineName()) {
+    : round_(std::move(round)), lease_(lease), me_(MachineAndProcess()) {
   const store::DatabaseLocation location = store::ParseConnection(connection);
   const auto* server = std::get_if<store::ServerDatabase>(&location);
   if (!server) throw std::runtime_error("--claim needs --db naming a PostgreSQL server");

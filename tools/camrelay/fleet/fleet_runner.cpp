@@ -1,7 +1,5 @@
 #include "fleet/fleet_runner.h"
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -13,6 +11,7 @@
 #include "fleet/claim_source.h"
 #include "host/session.h"
 #include "store/connection.h"
+#include "system.h"
 
 namespace camrelay::cli {
 namespace fs = std::filesystem;
@@ -23,15 +22,6 @@ constexpr std::chrono::milliseconds kProgressInterval{500};
 // How often a run with nothing to take asks again for the units other
 // machines hold.
 constexpr std::chrono::seconds kAwaitInterval{1};
-
-// Each link holds a socket and a database file open: a big fleet needs more
-// descriptors than the usual soft limit, and the hard limit is ours to take.
-void RaiseOpenFileLimit() {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= limit.rlim_max) return;
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
-}
 
 // The codes a run may show in its messages, so that none is ever printed.
 void AddSecrets(Console& console, const FleetUnit& unit, const std::vector<Command>& commands) {

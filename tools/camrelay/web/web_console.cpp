@@ -1,20 +1,14 @@
 #include "web/web_console.h"
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <unistd.h>
-#include <sys/wait.h>
-
 #include <boost/asio/signal_set.hpp>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 
+#include "system.h"
 #include "web/access.h"
 #include "web/http_server.h"
 #include "web/live_link.h"
-
-extern char** environ;
 
 namespace camrelay::web {
 
@@ -42,28 +36,8 @@ std::string HostInUrl(const boost::asio::ip::address& address) {
   return address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
 }
 
-// A private folder for the files the user picks on the page.
-fs::path MakeUploadDir() {
-  std::string pattern = (fs::temp_directory_path() / "camrelay-console-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a folder for uploads in " + pattern);
-  return pattern;
-}
-
-void OpenInBrowser(const std::string& url, host::Console& console) {
-  // The helper's own complaints would bury the address: its verdict is
-  // enough.
-  posix_spawn_file_actions_t quiet;
-  posix_spawn_file_actions_init(&quiet);
-  posix_spawn_file_actions_addopen(&quiet, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&quiet, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  pid_t pid = 0;
-  const char* argv[] = {"xdg-open", url.c_str(), nullptr};
-  const bool started = posix_spawnp(&pid, "xdg-open", &quiet, nullptr, const_cast<char* const*>(argv), environ) == 0;
-  posix_spawn_file_actions_destroy(&quiet);
-  int status = 0;
-  // xdg-open hands the address to the browser and ends.
-  if (!started || waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
-    console.Error("cannot open a browser (xdg-open); open the address above yourself");
+void OpenBrowser(const std::string& url, host::Console& console) {
+  if (!cli::OpenInBrowser(url)) console.Error("cannot open a browser; open the address above yourself");
 }
 
 }  // namespace
@@ -76,7 +50,8 @@ int RunWebConsole(const cli::Invocation& invocation, host::Console& console) {
   LiveLink link(io, invocation, console, [&server](const nlohmann::json& message) {
     if (server) server->Broadcast(message);
   });
-  const fs::path uploads = MakeUploadDir();
+  // A private folder for the files the user picks on the page.
+  const fs::path uploads = cli::MakePrivateFolder("camrelay-console-");
   server = std::make_unique<HttpServer>(io, MakeToken(), link, uploads);
   int status = 0;
   try {
@@ -88,7 +63,7 @@ int RunWebConsole(const cli::Invocation& invocation, host::Console& console) {
       const std::string url = "http://" + HostInUrl(endpoint.address()) + ":" + std::to_string(endpoint.port()) +
                               "/?token=" + server->token();
       std::cout << url << std::endl;
-      if (options.open) OpenInBrowser(url, console);
+      if (options.open) OpenBrowser(url, console);
       boost::asio::signal_set signals(io, SIGINT, SIGTERM);
       signals.async_wait([&io](const boost::system::error_code&, int) { io.stop(); });
       io.run();
