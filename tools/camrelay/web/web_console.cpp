@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 
 #include "web/access.h"
 #include "web/http_server.h"
@@ -42,14 +43,35 @@ std::string HostInUrl(const boost::asio::ip::address& address) {
   return address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
 }
 
-// A private folder for the files the user picks on the page.
-fs::path MakeUploadDir() {
+// A folder only this user can enter (mkdtemp makes it 0700), for the files
+// the user picks on the page and the page that opens the console.
+fs::path MakePrivateDir() {
   std::string pattern = (fs::temp_directory_path() / "camrelay-console-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a folder for uploads in " + pattern);
+  if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a private folder in " + pattern);
   return pattern;
 }
 
-void OpenInBrowser(const std::string& url, host::Console& console) {
+// A page, readable by this user only, that forwards to the console: the
+// browser is given its path, and the token never appears on a command line,
+// where every local user could read it.
+std::optional<fs::path> WriteOpener(const fs::path& folder, const std::string& url) {
+  const fs::path file = folder / "open.html";
+  const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd < 0) return std::nullopt;
+  const std::string page = "<!doctype html><meta charset=\"utf-8\"><meta http-equiv=\"refresh\" content=\"0;url=" +
+                           url + "\"><title>CamRelay console</title><a href=\"" + url + "\">CamRelay console</a>\n";
+  const bool written = ::write(fd, page.data(), page.size()) == static_cast<ssize_t>(page.size());
+  ::close(fd);
+  if (!written) return std::nullopt;
+  return file;
+}
+
+void OpenInBrowser(const fs::path& privateDir, const std::string& url, host::Console& console) {
+  const auto opener = WriteOpener(privateDir, url);
+  if (!opener) {
+    console.Error("cannot write the page that opens the console; open the address above yourself");
+    return;
+  }
   // The helper's own complaints would bury the address: its verdict is
   // enough.
   posix_spawn_file_actions_t quiet;
@@ -57,7 +79,7 @@ void OpenInBrowser(const std::string& url, host::Console& console) {
   posix_spawn_file_actions_addopen(&quiet, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_addopen(&quiet, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   pid_t pid = 0;
-  const char* argv[] = {"xdg-open", url.c_str(), nullptr};
+  const char* argv[] = {"xdg-open", opener->c_str(), nullptr};
   const bool started = posix_spawnp(&pid, "xdg-open", &quiet, nullptr, const_cast<char* const*>(argv), environ) == 0;
   posix_spawn_file_actions_destroy(&quiet);
   int status = 0;
@@ -76,8 +98,8 @@ int RunWebConsole(const cli::Invocation& invocation, host::Console& console) {
   LiveLink link(io, invocation, console, [&server](const nlohmann::json& message) {
     if (server) server->Broadcast(message);
   });
-  const fs::path uploads = MakeUploadDir();
-  server = std::make_unique<HttpServer>(io, MakeToken(), link, uploads);
+  const fs::path privateDir = MakePrivateDir();
+  server = std::make_unique<HttpServer>(io, MakeToken(), link, privateDir);
   int status = 0;
   try {
     const auto endpoint = server->Listen(listen);
@@ -88,7 +110,7 @@ int RunWebConsole(const cli::Invocation& invocation, host::Console& console) {
       const std::string url = "http://" + HostInUrl(endpoint.address()) + ":" + std::to_string(endpoint.port()) +
                               "/?token=" + server->token();
       std::cout << url << std::endl;
-      if (options.open) OpenInBrowser(url, console);
+      if (options.open) OpenInBrowser(privateDir, url, console);
       boost::asio::signal_set signals(io, SIGINT, SIGTERM);
       signals.async_wait([&io](const boost::system::error_code&, int) { io.stop(); });
       io.run();
@@ -98,7 +120,7 @@ int RunWebConsole(const cli::Invocation& invocation, host::Console& console) {
     status = 1;
   }
   std::error_code ec;
-  fs::remove_all(uploads, ec);
+  fs::remove_all(privateDir, ec);
   return status;
 }
 
