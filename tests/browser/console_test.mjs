@@ -140,6 +140,7 @@ try {
   });
 
   check('an upload from tables nothing has filled is refused', async () => {
+    page.once('dialog', (dialog) => dialog.accept());
     await page.click('button[data-command="upload-prog"]');
     await page.waitForSelector('#jobs li[data-command="upload-prog"][data-status="failed"]');
     assert.match(await job('upload-prog').innerText(), /there is no database at .*download from the unit first/);
@@ -238,10 +239,12 @@ try {
     await page.waitForFunction(() => [...document.querySelectorAll('#jobs li[data-command="request-command"]')]
       .filter((li) => li.dataset.status === 'done').length === 2);
     assert.ok((await job('request-command').innerText()).includes(`ECHO:${evil}`));
-    for (const name of [`${evil}.jpg`, 'x.html', 'x.svg']) {
+    const names = [`${evil}.jpg`, 'x.html', 'x.svg'];
+    for (const [i, name] of names.entries()) {
       await page.fill('input[data-argument="download-media"]', name);
       await page.click('button[data-command="download-media"]');
-      await waitJob('download-media');
+      await page.waitForFunction((n) => document.querySelectorAll(
+        '#jobs li[data-command="download-media"][data-status="done"]').length === n, i + 1);
     }
     await page.click('#mediaRefresh');
     await page.waitForFunction((name) => [...document.querySelectorAll('#media a')].some((a) => a.textContent === name),

@@ -88,6 +88,8 @@ TEST(Codes, AScrambledCodeInAnOpeningMessageIsHiddenWhateverBytesItHolds) {
   EXPECT_EQ(HideScrambledCodes("AA{}0{}00{}1"), "AA{}0{}00{}1");
   EXPECT_EQ(HideScrambledCodes("AA{}0{}00{}1\r\nOK{}00"), "AA{}0{}00{}1\r\nOK{}00");
   EXPECT_EQ(HideScrambledCodes("AA{}0{}00"), "AA{}0{}00");
+  // And so does its refusal of a camera or a clip.
+  EXPECT_EQ(HideScrambledCodes("AA{}0{}09{}Reg Error\r\n"), "AA{}0{}09{}Reg Error\r\n");
 }
 
 }  // namespace

@@ -101,9 +101,10 @@ bool IsLoopback(const std::string& host) {
 
 namespace {
 
-// The unit's acceptance carries one digit where the code would be: the kind
-// of code it took. That digit alone, ending the message, stays.
+// The unit's answers carry its own words where the code would be: one digit
+// (the kind of code it took) ending the message, or "Reg Error". They stay.
 bool IsUnitAcceptance(std::string_view field) {
+  if (field.starts_with("Reg Error")) return true;
   if (field.empty() || !std::isdigit(static_cast<unsigned char>(field[0]))) return false;
   const std::string_view rest = field.substr(1);
   return rest.empty() || rest.starts_with("\r\n") || rest.starts_with("{}");

@@ -162,6 +162,7 @@ int LiveLink::Run(host::Command command) {
   Job job;
   job.id = nextId_++;
   job.action = host::MakeAction(command);
+  job.staleRefusal = client_.Status().lastOutcome == RequestOutcome::UnitError;
   PublishJob(job, "queued");
   link::frmClient* form = client_.Form();
   const int refusedBefore = form ? form->RichiesteRifiutate : 0;
@@ -247,8 +248,6 @@ void LiveLink::OnState(StatoConnessioneEnum stato) {
     if (stato == cRicezionePreViewOK) {
       ++preview_->images;
       PublishImage("preview");
-      // The request's outcome is known once the answer's handling is over.
-      boost::asio::post(io_, [this] { CheckPreviewRefused(); });
     }
   } else if (!jobs_.empty()) {
     Job& job = jobs_.front();
@@ -288,15 +287,20 @@ void LiveLink::Settle() {
 }
 
 // A camera the unit does not have answers "Reg Error" every time it is
-// asked: the preview ends there, failed, with that reason, rather than
-// asking again for ever.
+// asked (no image, no state change, only the request's outcome): the
+// preview ends there, failed, with that reason, rather than asking again
+// for ever. An outcome left from before the preview began does not count.
 void LiveLink::CheckPreviewRefused() {
+  if (!preview_ || preview_->error) return;
   const LinkStatus status = client_.Status();
-  if (!preview_ || preview_->error || status.lastOutcome != RequestOutcome::UnitError) return;
+  const bool refused = status.lastOutcome == RequestOutcome::UnitError;
+  if (!refused || preview_->staleRefusal) {
+    preview_->staleRefusal = preview_->staleRefusal && refused;
+    return;
+  }
   const std::string said = status.lastOutcomeText.empty() ? "Reg Error" : status.lastOutcomeText;
   preview_->error = "camera " + std::to_string(client_.CameraPreview()) + ": " + Describe(status.lastOutcome) +
                     " (\"" + said + "\")";
-  preview_->images = std::max(0, preview_->images - 1);
   client_.FermaPreview();
 }
 
@@ -353,6 +357,7 @@ void LiveLink::PublishImage(const char* source) {
 }
 
 void LiveLink::Poll() {
+  CheckPreviewRefused();
   PublishPanel();
   PublishSummary();
   PublishProgress();

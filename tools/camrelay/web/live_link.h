@@ -69,6 +69,7 @@ class LiveLink {
     int percent = -1;
     int images = 0;  // preview only
     bool stopped = false;
+    bool staleRefusal = false;  // preview only: the link's last outcome was a refusal before it began
   };
 
   void OnState(StatoConnessioneEnum stato);
