@@ -3,26 +3,17 @@
 // cameras and sends a typed string, and the unit's side shows each of them.
 // Usage: node console_test.mjs CAMRELAY CAMRELAY_UNIT
 // CAMRELAY_SCREENSHOT=file keeps a screenshot of the page at the end.
-import { spawn, execFileSync } from 'node:child_process';
-import { once } from 'node:events';
+import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
-import http from 'node:http';
-import dgram from 'node:dgram';
-import os from 'node:os';
 import path from 'node:path';
 import assert from 'node:assert/strict';
 import { createRequire } from 'node:module';
+import { STEP_MS, Workspace, fail, freeUdpPort, request, waitFor } from './harness.mjs';
 
 const require = createRequire(import.meta.url);
 const here = path.dirname(new URL(import.meta.url).pathname);
 const [camrelay, unitProgram] = process.argv.slice(2);
 const chromiumPath = process.env.CAMRELAY_CHROMIUM || '/usr/bin/chromium';
-const STEP_MS = 20000;  // the longest any one step may take
-
-function fail(reason) {
-  console.error(`FAIL: ${reason}`);
-  process.exit(1);
-}
 
 if (!camrelay || !unitProgram) fail('usage: node console_test.mjs CAMRELAY CAMRELAY_UNIT');
 if (!fs.existsSync(chromiumPath)) fail(`no Chromium at ${chromiumPath}: run scripts/install-deps`);
@@ -33,60 +24,12 @@ try {
   fail(`playwright-core is not installed in ${here}: run scripts/install-deps`);
 }
 
-const work = fs.mkdtempSync(path.join(os.tmpdir(), 'camrelay-console-'));
-const children = [];
+const workspace = new Workspace('camrelay-console-');
+const work = workspace.dir;
 let browser;
-
-async function cleanUp() {
-  if (browser) await browser.close().catch(() => {});
-  for (const child of children) if (child.exitCode === null) child.kill('SIGTERM');
-  fs.rmSync(work, { recursive: true, force: true });
-}
-
-async function waitFor(what, condition, ms = STEP_MS) {
-  const end = Date.now() + ms;
-  for (;;) {
-    const value = await condition();
-    if (value) return value;
-    if (Date.now() > end) throw new Error(`timed out waiting for ${what}`);
-    await new Promise((r) => setTimeout(r, 50));
-  }
-}
-
-// Starts a program and resolves with the first line of its standard output.
-async function start(program, args, env, name) {
-  const child = spawn(program, args, { env: { ...process.env, ...env }, stdio: ['ignore', 'pipe', 'pipe'] });
-  children.push(child);
-  const log = fs.createWriteStream(path.join(work, `${name}.log`));
-  child.stderr.pipe(log);
-  let out = '';
-  child.stdout.on('data', (chunk) => { out += chunk; });
-  await waitFor(`${name} to start`, () => out.includes('\n') || child.exitCode !== null);
-  if (child.exitCode !== null) throw new Error(`${name} ended: ${fs.readFileSync(path.join(work, `${name}.log`), 'utf8')}`);
-  return { child, firstLine: out.split('\n')[0], logFile: path.join(work, `${name}.log`) };
-}
-
-async function freeUdpPort() {
-  const socket = dgram.createSocket('udp4');
-  socket.bind(0, '127.0.0.1');
-  await once(socket, 'listening');
-  const { port } = socket.address();
-  socket.close();
-  return port;
-}
-
-// A plain HTTP request, for what the page itself never does.
-function request(url, { method = 'GET', body, headers = {} } = {}) {
-  return new Promise((resolve, reject) => {
-    const req = http.request(url, { method, headers }, (res) => {
-      let data = '';
-      res.on('data', (chunk) => { data += chunk; });
-      res.on('end', () => resolve({ status: res.statusCode, body: data }));
-    });
-    req.on('error', reject);
-    req.end(body);
-  });
-}
+workspace.cleanups.push(async () => { if (browser) await browser.close(); });
+const start = (...args) => workspace.start(...args);
+const cleanUp = () => workspace.cleanUp();
 
 function sqlite(db, query) {
   return execFileSync('sqlite3', [db, query], { encoding: 'utf8' }).trim();
@@ -95,8 +38,21 @@ function sqlite(db, query) {
 const checks = [];
 function check(name, body) { checks.push({ name, body }); }
 
+// What a hostile unit keeps: names and contents that would be markup or
+// script if the page ever took them for anything but text.
+const evil = '<img src=x onerror="window.pwned=1">';
+const trap = '<script>window.pwned=1;fetch("/api/run"+location.search,{method:"POST",' +
+             'body:JSON.stringify({command:"erase-log"})})</script>';
+function plantHostileFiles(unitDir) {
+  fs.mkdirSync(path.join(unitDir, 'Snapshot'), { recursive: true });
+  fs.writeFileSync(path.join(unitDir, 'Snapshot', `${evil}.jpg`), '\xff\xd8\xff\xe0', 'latin1');
+  fs.writeFileSync(path.join(unitDir, 'Snapshot', 'x.html'), trap);
+  fs.writeFileSync(path.join(unitDir, 'Snapshot', 'x.svg'), `<svg xmlns="http://www.w3.org/2000/svg">${trap}</svg>`);
+}
+
 try {
   const env = { XDG_CONFIG_HOME: path.join(work, 'config'), CAMRELAY_CODE: '123456' };
+  plantHostileFiles(path.join(work, 'unit'));
   const unit = await start(unitProgram, ['--dir', path.join(work, 'unit'), '--udp', '--port', '0', '-v',
     '--delay', '20', '--exit-after', '300'], env, 'unit');
   const unitPort = unit.firstLine.match(/:(\d+)$/)[1];
@@ -146,6 +102,13 @@ try {
   page.setDefaultTimeout(STEP_MS);
   const pageErrors = [];
   page.on('pageerror', (error) => pageErrors.push(error.message));
+  // Anything the page's policy blocks is counted: the page itself must never
+  // need it, and what a unit sends must never try it.
+  await page.addInitScript(() => {
+    window.violations = [];
+    document.addEventListener('securitypolicyviolation',
+      (e) => window.violations.push(`${e.violatedDirective} ${e.blockedURI}`));
+  });
   await page.goto(url);
   const job = (command) => page.locator(`#jobs li[data-command="${command}"]`).first();
   const waitJob = async (command) => {
@@ -177,6 +140,7 @@ try {
   });
 
   check('an upload from tables nothing has filled is refused', async () => {
+    page.once('dialog', (dialog) => dialog.accept());
     await page.click('button[data-command="upload-prog"]');
     await page.waitForSelector('#jobs li[data-command="upload-prog"][data-status="failed"]');
     assert.match(await job('upload-prog').innerText(), /there is no database at .*download from the unit first/);
@@ -226,7 +190,12 @@ try {
   check('a firmware file picked on the page arrives byte for byte', async () => {
     const firmware = path.join(work, 'centrale-2.4.bin');
     fs.writeFileSync(firmware, Buffer.from(Array.from({ length: 150000 }, (_, i) => (i * 7919) % 256)));
+    // Picked, then confirmed with its name and size, then sent.
+    let asked = '';
+    page.once('dialog', (dialog) => { asked = dialog.message(); dialog.accept(); });
     await page.setInputFiles('input[data-argument="upload-firmware"]', firmware);
+    await waitFor('the question', () => asked);
+    assert.match(asked, /centrale-2\.4\.bin \(150.000 bytes\)/);
     await waitJob('upload-firmware');
     assert.ok(fs.readFileSync(path.join(work, 'unit', 'Firmware', 'centrale-2.4.bin'))
       .equals(fs.readFileSync(firmware)), 'the unit holds other bytes');
@@ -250,6 +219,61 @@ try {
     await waitFor('the unit to receive the typed string', () => unitLog().includes('<- PROVA-RIGA-42'));
   });
 
+  check('erasing the log asks first, naming the unit; no means nothing is sent', async () => {
+    let asked = '';
+    page.once('dialog', (dialog) => { asked = dialog.message(); dialog.dismiss(); });
+    await page.click('button[data-command="erase-log"]');
+    await waitFor('the question', () => asked);
+    assert.match(asked, new RegExp(`^Erase the event log on the unit (localhost|127\\.0\\.0\\.1):${unitPort}`));
+    await new Promise((r) => setTimeout(r, 300));
+    assert.equal(await page.locator('#jobs li[data-command="erase-log"]').count(), 0);
+    page.once('dialog', (dialog) => dialog.accept());
+    await page.click('button[data-command="erase-log"]');
+    await waitJob('erase-log');
+  });
+
+  check('a hostile unit: names, answers and files with markup stay text and never run', async () => {
+    // A command answer that echoes markup, asked with Enter in the field.
+    await page.fill('input[data-argument="request-command"]', evil);
+    await page.press('input[data-argument="request-command"]', 'Enter');
+    await page.waitForFunction(() => [...document.querySelectorAll('#jobs li[data-command="request-command"]')]
+      .filter((li) => li.dataset.status === 'done').length === 2);
+    assert.ok((await job('request-command').innerText()).includes(`ECHO:${evil}`));
+    const names = [`${evil}.jpg`, 'x.html', 'x.svg'];
+    for (const [i, name] of names.entries()) {
+      await page.fill('input[data-argument="download-media"]', name);
+      await page.click('button[data-command="download-media"]');
+      await page.waitForFunction((n) => document.querySelectorAll(
+        '#jobs li[data-command="download-media"][data-status="done"]').length === n, i + 1);
+    }
+    await page.click('#mediaRefresh');
+    await page.waitForFunction((name) => [...document.querySelectorAll('#media a')].some((a) => a.textContent === name),
+                                `${evil}.jpg`);
+    // Opened, the unit's page is a download, never a page of the console.
+    const before = unitLog();
+    for (const name of ['x.html', 'x.svg']) {
+      const href = await page.getAttribute(`#media a:text-is("${name}")`, 'href');
+      const other = await browser.newPage();
+      const download = other.waitForEvent('download', { timeout: 5000 }).catch(() => null);
+      await other.goto(new URL(href, url).href).catch(() => {});
+      assert.ok(await download, `${name} opened as a page`);
+      assert.equal(await other.evaluate(() => window.pwned), undefined, `${name} ran`);
+      await other.close();
+    }
+    await new Promise((r) => setTimeout(r, 500));
+    assert.ok(!unitLog().slice(before.length).includes('{}11{}'), 'a file of the unit erased the log');
+    assert.equal(await page.evaluate(() => window.pwned), undefined, 'the unit\'s markup ran');
+    assert.deepEqual(await page.evaluate(() => window.violations), []);
+  });
+
+  check('a camera the unit does not have ends the preview as failed, saying why', async () => {
+    for (const camera of ['1', '2']) await page.uncheck(`input[data-camera="${camera}"]`);
+    await page.check('input[data-camera="8"]');
+    await page.click('#previewStart');
+    await page.waitForSelector('#jobs li[data-command="preview"][data-status="failed"]');
+    assert.match(await job('preview').innerText(), /camera 8: the unit could not do it \("Reg Error"\)/);
+  });
+
   check('the access code never reaches the page', async () => {
     const content = await page.content();
     assert.ok(!content.includes('123456'), 'the code is in the page');
@@ -259,23 +283,27 @@ try {
     assert.ok(!/AA\{\}\d+\{\}\d\d\{\}(?!\*{6})[^\r\n]{7,}/.test(sent), 'a scrambled code in the TX box');
   });
 
+  check('when the console is gone the page says so and its controls wait', async () => {
+    if (process.env.CAMRELAY_SCREENSHOT) {
+      await page.setViewportSize({ width: 1280, height: 800 });
+      await page.evaluate(() => window.scrollTo(0, 0));
+      await page.screenshot({ path: process.env.CAMRELAY_SCREENSHOT });
+    }
+    consoleRun.child.kill('SIGTERM');
+    await page.waitForFunction(() => document.querySelector('#live').textContent.includes('not running'));
+    assert.ok(await page.isDisabled('button[data-command="login"]'));
+  });
+
   for (const { name, body } of checks) {
     await body();
     console.log(`ok - ${name}`);
   }
   assert.deepEqual(pageErrors, [], 'the page raised errors');
-  if (process.env.CAMRELAY_SCREENSHOT) {
-    await page.evaluate(() => { document.querySelector('#debugPane').open = true; window.scrollTo(0, 0); });
-    await page.screenshot({ path: process.env.CAMRELAY_SCREENSHOT, fullPage: true });
-  }
   await cleanUp();
   console.log(`all ${checks.length} checks passed`);
 } catch (error) {
   console.error(error.stack || error);
-  for (const name of ['console', 'unit']) {
-    const file = path.join(work, `${name}.log`);
-    if (fs.existsSync(file)) console.error(`--- ${name} log (last lines)\n` + fs.readFileSync(file, 'latin1').split('\n').slice(-30).join('\n'));
-  }
+  workspace.dumpLogs(['console', 'unit']);
   await cleanUp();
   process.exit(1);
 }

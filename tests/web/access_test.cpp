@@ -5,6 +5,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "requests/crypt.h"
 #include "web/access.h"
 
 namespace camrelay::web {
@@ -67,15 +68,28 @@ TEST(Listen, DefaultsToLoopbackAndReadsAddressAndPort) {
     EXPECT_FALSE(IsLoopback(remote)) << remote;
 }
 
-TEST(Codes, AScrambledCodeInAnOpeningMessageIsHidden) {
-  const std::string scrambled = "\xf2\xb2\xef\x83\xe7\xa1u\x93\x8f\x1b%(6";
-  EXPECT_EQ(HideScrambledCodes("10:00:00.1 - AA{}0{}02{}" + scrambled + "\r\n10:00:01.0 - OK{}02"),
-            "10:00:00.1 - AA{}0{}02{}******\r\n10:00:01.0 - OK{}02");
-  EXPECT_EQ(HideScrambledCodes("LN{}30{}AA{}3{}01{}" + scrambled + "AA{}0{}04{}" + scrambled),
-            "LN{}30{}AA{}3{}01{}******");
-  // The unit's own acceptance carries a short figure there, which stays.
+TEST(Codes, AScrambledCodeInAnOpeningMessageIsHiddenWhateverBytesItHolds) {
+  // Any byte may be in a scrambled code, a CR, an LF or a separator among
+  // them: the whole field goes, and the text after it stays.
+  int withLineBreak = 0;
+  for (int i = 0; i < 2000; ++i) {
+    const std::string scrambled = requests::CryptData(i % 2 ? "123456" : "9");
+    ASSERT_EQ(scrambled.size(), 25u);
+    if (scrambled.find_first_of("\r\n") != std::string::npos) ++withLineBreak;
+    EXPECT_EQ(HideScrambledCodes("10:00:00.1 - AA{}0{}02{}" + scrambled + "\r\n10:00:01.0 - OK{}02"),
+              "10:00:00.1 - AA{}0{}02{}******\r\n10:00:01.0 - OK{}02");
+    EXPECT_EQ(HideScrambledCodes("LN{}30{}AA{}3{}01{}" + scrambled + "AA{}0{}04{}" + scrambled),
+              "LN{}30{}AA{}3{}01{}******AA{}0{}04{}******");
+    // A message cut short still shows none of it.
+    EXPECT_EQ(HideScrambledCodes("AA{}0{}08{}" + scrambled.substr(0, 10)), "AA{}0{}08{}******");
+  }
+  EXPECT_GT(withLineBreak, 0) << "no code with a line break in it was tried";
+  // The unit's own acceptance carries a one-digit figure there, which stays.
   EXPECT_EQ(HideScrambledCodes("AA{}0{}00{}1"), "AA{}0{}00{}1");
+  EXPECT_EQ(HideScrambledCodes("AA{}0{}00{}1\r\nOK{}00"), "AA{}0{}00{}1\r\nOK{}00");
   EXPECT_EQ(HideScrambledCodes("AA{}0{}00"), "AA{}0{}00");
+  // And so does its refusal of a camera or a clip.
+  EXPECT_EQ(HideScrambledCodes("AA{}0{}09{}Reg Error\r\n"), "AA{}0{}09{}Reg Error\r\n");
 }
 
 }  // namespace

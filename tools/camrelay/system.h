@@ -14,8 +14,9 @@ namespace camrelay::cli {
 extern const char* const kSettingsStoreHelp;
 extern const char* const kSettingsEnvironmentHelp;
 
-// Hands url to the user's browser; false when none could be started.
-bool OpenInBrowser(const std::string& url);
+// Opens a page, an address or a file, in the user's browser; false when none
+// could be started.
+bool OpenInBrowser(const std::string& page);
 // A new, empty folder below the temporary folder that only this user may
 // read, its name starting with prefix. Throws std::runtime_error when none
 // can be made.

@@ -1,6 +1,7 @@
 #include "web/access.h"
 
 #include <boost/asio/ip/address.hpp>
+#include <cctype>
 #include <charconv>
 #include <random>
 #include <stdexcept>
@@ -98,9 +99,25 @@ bool IsLoopback(const std::string& host) {
   return !ec && address.is_loopback();
 }
 
+namespace {
+
+// The unit's answers carry its own words where the code would be: one digit
+// (the kind of code it took) ending the message, or "Reg Error". They stay.
+bool IsUnitAcceptance(std::string_view field) {
+  if (field.starts_with("Reg Error")) return true;
+  if (field.empty() || !std::isdigit(static_cast<unsigned char>(field[0]))) return false;
+  const std::string_view rest = field.substr(1);
+  return rest.empty() || rest.starts_with("\r\n") || rest.starts_with("{}");
+}
+
+}  // namespace
+
 std::string HideScrambledCodes(std::string text) {
   constexpr std::string_view kOpening = "AA{}";
-  constexpr std::size_t kPlainCodeLength = 6;
+  // A scrambled code is this long, and any byte value may be in it: a CR,
+  // an LF or a separator inside it ends nothing. A plain code is shorter,
+  // and the few bytes after it hidden with it are no loss.
+  constexpr std::size_t kScrambledCodeLength = 25;
   for (auto at = text.find(kOpening); at != std::string::npos; at = text.find(kOpening, at + 1)) {
     // The code is the fourth field: after the third separator.
     std::size_t field = at;
@@ -108,8 +125,8 @@ std::string HideScrambledCodes(std::string text) {
       field = text.find("{}", field + 2);
     if (field == std::string::npos) break;
     field += 2;
-    const auto end = std::min(text.find_first_of("\r\n", field), text.size());
-    if (end - field > kPlainCodeLength) text.replace(field, end - field, "******");
+    if (IsUnitAcceptance(std::string_view(text).substr(field))) continue;
+    text.replace(field, std::min(kScrambledCodeLength, text.size() - field), "******");
   }
   return text;
 }

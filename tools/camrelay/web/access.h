@@ -40,9 +40,9 @@ ListenAddress ParseListen(const std::string& text);
 bool IsLoopback(const std::string& host);
 
 // The opening message of every exchange ("AA{}n{}type{}code") carries the
-// access code scrambled, which the unit can undo and so can anyone: a code
-// field longer than a plain code (6 characters) becomes "******". Plain
-// codes are hidden where every secret is.
+// access code scrambled, which the unit can undo and so can anyone: the
+// code field becomes "******", whatever bytes it holds. Plain codes are
+// hidden where every secret is.
 std::string HideScrambledCodes(std::string text);
 
 }  // namespace camrelay::web

@@ -1,9 +1,13 @@
 #include "web/api.h"
 
 #include <filesystem>
-#include <fstream>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
 #include <functional>
-#include <map>
+#include <set>
 
 #include <nlohmann/json.hpp>
 
@@ -26,13 +30,30 @@ namespace {
 // Folders of the working folder the page may list and read from.
 constexpr const char* kMediaFolders[] = {"Snapshot", "VideoAvi"};
 
-Response Reply(const Request& request, http::status status, std::string body, const char* type) {
-  Response response{status, request.version()};
+// The routes' bodies: a picked firmware file, or a small JSON object.
+constexpr std::uint64_t kFileLimit = 64ull * 1024 * 1024;
+constexpr std::uint64_t kJsonLimit = 64 * 1024;
+
+// The page runs its own script only, and talks to its own server only; what
+// the server sends is never taken for something other than its type.
+constexpr const char* kContentPolicy =
+    "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; connect-src 'self'; "
+    "media-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+
+Response Reply(unsigned version, bool keepAlive, http::status status, std::string body, const char* type) {
+  Response response{status, version};
   response.set(http::field::content_type, type);
   response.set(http::field::cache_control, "no-store");
-  response.keep_alive(request.keep_alive());
+  response.set("X-Content-Type-Options", "nosniff");
+  response.set("Content-Security-Policy", kContentPolicy);
+  response.set("Referrer-Policy", "no-referrer");
+  response.keep_alive(keepAlive);
   response.body() = std::move(body);
   return response;
+}
+
+Response Reply(const Request& request, http::status status, std::string body, const char* type) {
+  return Reply(request.version(), request.keep_alive(), status, std::move(body), type);
 }
 
 Response Json(const Request& request, const json& body, http::status status = http::status::ok) {
@@ -43,14 +64,47 @@ Response Error(const Request& request, http::status status, const std::string& r
   return Json(request, json{{"error", reason}}, status);
 }
 
-const char* ContentType(const std::string& name) {
+std::string Lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text;
+}
+
+const char* PageType(const std::string& name) {
   const std::string extension = fs::path(name).extension().string();
   if (extension == ".html") return "text/html; charset=utf-8";
   if (extension == ".js") return "text/javascript; charset=utf-8";
-  if (extension == ".css") return "text/css; charset=utf-8";
+  return "text/css; charset=utf-8";
+}
+
+// Only the kinds of file a unit really sends keep their type; whatever else
+// arrives under a name of the unit's choosing is bytes to save, never a
+// page or a script of the console's origin.
+std::optional<const char*> MediaType(const std::string& name) {
+  const std::string extension = Lower(fs::path(name).extension().string());
   if (extension == ".jpg" || extension == ".jpeg") return "image/jpeg";
   if (extension == ".avi") return "video/x-msvideo";
-  return "application/octet-stream";
+  if (extension == ".wav") return "audio/wav";
+  return std::nullopt;
+}
+
+// "attachment" with the name as RFC 6266 gives it: percent-encoded UTF-8 in
+// filename*, so that no byte of the name can end the header or the field,
+// and a plain ASCII fallback for the clients that know only filename.
+std::string Attachment(const std::string& name) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string encoded, fallback;
+  for (const unsigned char c : name) {
+    const bool plain = std::isalnum(c) || std::string_view("!#$&+-.^_`|~").find(static_cast<char>(c)) != std::string_view::npos;
+    if (plain) {
+      encoded += static_cast<char>(c);
+    } else {
+      encoded += '%';
+      encoded += kHex[c >> 4];
+      encoded += kHex[c & 0xf];
+    }
+    fallback += plain ? static_cast<char>(c) : '_';
+  }
+  return "attachment; filename=\"" + fallback + "\"; filename*=UTF-8''" + encoded;
 }
 
 struct Call {
@@ -67,7 +121,7 @@ Response Page(const Call& call, const std::string& name) {
   // The page's own links carry the token like every other request.
   for (auto at = body.find("__TOKEN__"); at != std::string::npos; at = body.find("__TOKEN__", at))
     body.replace(at, 9, call.server.token());
-  return Reply(call.request, http::status::ok, std::move(body), ContentType(name));
+  return Reply(call.request, http::status::ok, std::move(body), PageType(name));
 }
 
 json CommandTable() {
@@ -97,18 +151,25 @@ Response RunCommand(const Call& call, const json& body) {
   return Json(call.request, json{{"id", call.link().Run(std::move(command))}});
 }
 
-// The file the user picked, put in the console's private folder under its
-// own name, then sent as the command line sends a firmware file.
-Response UploadFirmware(const Call& call) {
-  const std::string name = call.target.Param("name");
-  if (!store::IsPlainFileName(name))
-    return Error(call.request, http::status::bad_request, "'" + name + "' is not a plain file name");
-  const fs::path file = call.server.uploadDir() / name;
-  std::ofstream out(file, std::ios::binary | std::ios::trunc);
-  out.write(call.request.body().data(), static_cast<std::streamsize>(call.request.body().size()));
-  if (!out.flush()) return Error(call.request, http::status::internal_server_error, "cannot keep the file picked");
+// The file the user picked, kept under its own name in a folder of its own,
+// sent as the command line sends a firmware file: the job sends the very
+// file it names, whatever is picked after it.
+Response UploadFirmware(const Call& call, const fs::path& file) {
   host::Command command{host::Op::UploadFirmware, "upload-firmware", file.string()};
   return Json(call.request, json{{"id", call.link().Run(std::move(command))}});
+}
+
+// The connection bar: another unit, transport or code, with no restart. The
+// code comes in here and is never sent back.
+Response Connect(const Call& call, const json& body) {
+  const std::string transport = body.value("transport", "UDP");
+  const int port = body.value("port", 0);
+  if (transport != "UDP" && transport != "TCP")
+    return Error(call.request, http::status::bad_request, "transport: UDP or TCP");
+  if (port < 0 || port > 65535) return Error(call.request, http::status::bad_request, "port: 1 to 65535");
+  if (const auto failure = call.link().Connect(body.value("host", ""), port, transport == "TCP", body.value("code", "")))
+    return Error(call.request, http::status::bad_gateway, *failure);
+  return Json(call.request, json::object());
 }
 
 Response Table(const Call& call) {
@@ -126,7 +187,7 @@ Response Table(const Call& call) {
 Response Csv(const Call& call) {
   const std::string table = call.target.Param("name");
   Response response = Reply(call.request, http::status::ok, TableCsv(call.link().database(), table), "text/csv");
-  response.set(http::field::content_disposition, "attachment; filename=\"" + table + ".csv\"");
+  response.set(http::field::content_disposition, Attachment(table + ".csv"));
   return response;
 }
 
@@ -136,7 +197,7 @@ Response MediaList(const Call& call) {
     json files = json::array();
     std::error_code ec;
     for (const auto& entry : fs::directory_iterator(call.link().dir() / folder, ec))
-      if (entry.is_regular_file(ec))
+      if (fs::is_regular_file(entry.symlink_status(ec)))
         files.push_back(json{{"name", call.link().ForPage(entry.path().filename().string())},
                              {"size", entry.file_size(ec)}});
     std::sort(files.begin(), files.end(), [](const json& a, const json& b) { return a["name"] < b["name"]; });
@@ -153,16 +214,24 @@ Response MediaFile(const Call& call) {
                                  [&](const char* f) { return folder == f; });
   if (!known || !store::IsPlainFileName(name))
     return Error(call.request, http::status::bad_request, "not a file of Snapshot/ or VideoAvi/");
-  std::ifstream in(call.link().dir() / folder / name, std::ios::binary);
-  if (!in) return Error(call.request, http::status::not_found, "no such file: " + folder + "/" + name);
-  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  Response response = Reply(call.request, http::status::ok, std::move(bytes), ContentType(name));
-  if (call.target.Param("download") == "1")
-    response.set(http::field::content_disposition, "attachment; filename=\"" + name + "\"");
+  // A link planted in the folder would lead out of it: only files that are
+  // really there are served, opened without following a link.
+  const fs::path path = call.link().dir() / folder / name;
+  std::error_code ec;
+  const int fd = fs::is_regular_file(fs::symlink_status(path, ec)) ? ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC) : -1;
+  if (fd < 0) return Error(call.request, http::status::not_found, "no such file: " + folder + "/" + name);
+  std::string bytes;
+  char chunk[65536];
+  for (ssize_t got; (got = ::read(fd, chunk, sizeof chunk)) > 0;) bytes.append(chunk, static_cast<std::size_t>(got));
+  ::close(fd);
+  const auto type = MediaType(name);
+  Response response = Reply(call.request, http::status::ok, std::move(bytes), type.value_or("application/octet-stream"));
+  if (!type || call.target.Param("download") == "1")
+    response.set(http::field::content_disposition, Attachment(name));
   return response;
 }
 
-Response Route(const Call& call) {
+Response Route(const Call& call, const fs::path* upload) {
   const std::string& path = call.target.path;
   const bool post = call.request.method() == http::verb::post;
   if (!post && call.request.method() != http::verb::get)
@@ -179,7 +248,12 @@ Response Route(const Call& call) {
     return Error(call.request, http::status::not_found, "no such page");
   }
   if (path == "/api/run") return RunCommand(call, json::parse(call.request.body()));
-  if (path == "/api/firmware") return UploadFirmware(call);
+  if (path == "/api/firmware" && upload) return UploadFirmware(call, *upload);
+  if (path == "/api/connect") return Connect(call, json::parse(call.request.body()));
+  if (path == "/api/disconnect") {
+    call.link().Disconnect();
+    return Json(call.request, json::object());
+  }
   if (path == "/api/preview/stop") {
     call.link().StopPreview();
     return Json(call.request, json::object());
@@ -192,18 +266,12 @@ Response Route(const Call& call) {
   return Error(call.request, http::status::not_found, "no such action");
 }
 
-}  // namespace
-
-Response Forbidden(const Request& request) {
-  return Reply(request, http::status::forbidden, "403: this address needs the console's token\n",
-               "text/plain; charset=utf-8");
-}
-
-Response Answer(HttpServer& server, const Request& request) {
+// upload: where the picked file of the request was kept, if it carried one.
+Response Dispatch(HttpServer& server, const Request& request, const fs::path* upload) {
   const auto target = ParseTarget(std::string(request.target()));
   if (!target) return Error(request, http::status::bad_request, "malformed address");
   try {
-    return Route(Call{server, request, *target});
+    return Route(Call{server, request, *target}, upload);
   } catch (const host::UsageError& e) {
     return Error(request, http::status::bad_request, e.what());
   } catch (const json::exception&) {
@@ -214,5 +282,42 @@ Response Answer(HttpServer& server, const Request& request) {
     return Error(request, http::status::internal_server_error, e.what());
   }
 }
+
+}  // namespace
+
+std::optional<std::uint64_t> BodyLimit(http::verb method, const std::string& path) {
+  static const std::set<std::string> kGets = {"/", "/index.html", "/app.js", "/style.css", "/api/commands",
+                                              "/api/tables", "/api/table", "/api/csv", "/api/media", "/api/media/file"};
+  static const std::set<std::string> kPosts = {"/api/run", "/api/preview/stop", "/api/send-row", "/api/connect",
+                                               "/api/disconnect"};
+  if (method == http::verb::get && kGets.contains(path)) return 0;
+  if (method == http::verb::post && kPosts.contains(path)) return kJsonLimit;
+  if (method == http::verb::post && TakesFile(path)) return kFileLimit;
+  return std::nullopt;
+}
+
+bool TakesFile(const std::string& path) { return path == "/api/firmware"; }
+
+std::optional<fs::path> UploadDestination(HttpServer& server, const Target& target) {
+  const std::string name = target.Param("name");
+  if (!store::IsPlainFileName(name)) return std::nullopt;
+  return server.NewUploadFolder() / name;
+}
+
+Response Forbidden(unsigned version) {
+  return Refusal(version, http::status::forbidden, "this address needs the console's token");
+}
+
+Response Refusal(unsigned version, http::status status, const std::string& reason) {
+  return Reply(version, false, status, std::to_string(static_cast<int>(status)) + ": " + reason + "\n",
+               "text/plain; charset=utf-8");
+}
+
+Response AnswerUpload(HttpServer& server, const Request& request, const fs::path& file) {
+  return Dispatch(server, request, &file);
+}
+
+Response Answer(HttpServer& server, const Request& request) { return Dispatch(server, request, nullptr); }
+
 
 }  // namespace camrelay::web

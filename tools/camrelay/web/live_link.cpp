@@ -44,6 +44,43 @@ std::string Now() {
   return text;
 }
 
+// What the link is doing, as a technician would say it.
+const char* OperationInWords(StatoConnessioneEnum stato) {
+  switch (stato) {
+    case cNoOperation: return "Idle";
+    case cRichiestaProg: case cRicezioneProg: case cRicezioneProgOK: return "Downloading the programming";
+    case cTrasmettiProg: return "Uploading the programming";
+    case cRichiestaWave: case cRicezioneWave: case cRicezioneWaveOK: return "Downloading the voice messages";
+    case cTrasmettiWave: case cRicezioneWaveNotOK: return "Uploading the voice messages";
+    case cRichiestaLog: case cRicezioneLogOK: return "Downloading the event log";
+    case cRichiestaCancellaLog: case cRichiestaCancellaPrimaLog: return "Erasing the event log";
+    case cTrasmettiPreviewEnable: case cRichiestaPreView: case cRicezionePreViewOK: case cRicezionePreviewReq:
+      return "Showing the live preview";
+    case cTrasmettiAggiornamento: case cRicezioneAggiornamento: case cRicezioneAggiornamentoOK:
+    case cRicezioneAggiornamentoNotOK: return "Sending the firmware update";
+    case cTrasmettiInstallCode: case cRicezioneInstallCode: case cRicezioneInstallCodeOK:
+      return "Changing the installer code";
+    case cTrasmettiUserCode: case cRicezioneUserCode: case cRicezioneUserCodeOK: return "Changing the user code";
+    case cRichiestaCamEvents: case cRicezioneCamEvents: case cRicezioneCamEventsOK:
+      return "Downloading the camera events";
+    case cTrasmettiProgCamEvents: return "Uploading the camera-event programming";
+    case cRichiestaProgCamEvents: case cRicezioneProgCamEvents: case cRicezioneProgCamEventsOK:
+      return "Downloading the camera-event programming";
+    case cRichiestaMultimedia: case cRicezioneMultimedia: case cRicezioneMultimediaOK: case cRicezioneMultimediaNotOK:
+      return "Downloading a file";
+    case cTrasmettiStreamImageReq: case cRicezioneStreamImageReq: case cRicezioneStreamImageReqOK:
+      return "Fetching a camera image";
+    case cTrasmettiStringa: case cRichiestaStringa: case cRicezioneStringa: case cRicezioneStringaOK:
+    case cTrasmettiStringaReq: case cRicezioneStringaReq: case cRicezioneStringaReqOK:
+      return "Exchanging a command string";
+    case cTrasmissioneOKAndBusy: case cRichiestaOKAndBusy: return "Waiting: the unit is busy";
+    case cTimeOutConnessione: return "Waiting for the unit's answer";
+    case cErroreConnessione: return "The connection failed";
+    case cConnessioneRifiutata: return "The unit refused the access code";
+    default: return "Talking to the unit";
+  }
+}
+
 void Keep(std::deque<json>& history, json message, std::size_t limit) {
   history.push_back(std::move(message));
   if (history.size() > limit) history.pop_front();
@@ -77,7 +114,7 @@ std::string ShownArgument(const host::Command& command) {
 LiveLink::LiveLink(boost::asio::io_context& io, const cli::Invocation& invocation, host::Console& console,
                    Publish publish)
     : io_(io),
-      invocation_(invocation),
+      link_(invocation.link),
       console_(console),
       publish_(std::move(publish)),
       client_(io),
@@ -98,7 +135,8 @@ LiveLink::~LiveLink() {
 std::optional<std::string> LiveLink::Open() {
   client_.OnDebug = [this](const std::string& line) { OnDebug(line); };
   client_.CambioStatoConnessione = [this](StatoConnessioneEnum stato) { OnState(stato); };
-  if (auto failure = host::OpenLink(client_, invocation_.link, invocation_.link.code, lastDebug_)) return failure;
+  if (!link_.code.empty()) console_.AddSecret(link_.code);
+  if (auto failure = host::OpenLink(client_, link_, link_.code, lastDebug_)) return failure;
   client_.Show();
   Poll();
   return std::nullopt;
@@ -117,12 +155,14 @@ void LiveLink::As(Job& job, F&& body) {
 
 int LiveLink::Run(host::Command command) {
   host::CheckCommand(command);
-  host::CheckSource(command, invocation_.link.database, haveDatabase_, done_);
+  if (!client_.Status().linked) throw host::UsageError("the console is not connected to a unit: press Connect");
+  host::CheckSource(command, link_.database, haveDatabase_, done_);
   if (ArgumentIsSecret(command.op)) console_.AddSecret(command.argument);
   if (command.op == host::Op::Preview && preview_) throw host::UsageError("preview: a preview is already running");
   Job job;
   job.id = nextId_++;
   job.action = host::MakeAction(command);
+  job.staleRefusal = client_.Status().lastOutcome == RequestOutcome::UnitError;
   PublishJob(job, "queued");
   link::frmClient* form = client_.Form();
   const int refusedBefore = form ? form->RichiesteRifiutate : 0;
@@ -143,6 +183,32 @@ int LiveLink::Run(host::Command command) {
   jobs_.push_back(std::move(job));
   boost::asio::post(io_, [this] { Settle(); });
   return jobs_.back().id;
+}
+
+std::optional<std::string> LiveLink::Connect(const std::string& host, int port, bool tcp, const std::string& code) {
+  Disconnect();
+  if (!host.empty()) link_.host = host;
+  if (port > 0) link_.port = port;
+  link_.tcp = tcp;
+  if (!code.empty()) link_.code = code;
+  auto failure = Open();
+  publish_(UnitMessage());
+  return failure;
+}
+
+void LiveLink::Disconnect() {
+  if (!client_.Status().linked) return;
+  client_.Disconnetti();
+  // The requests went with the link: their jobs end here.
+  for (Job& job : jobs_) job.error = "the link was closed before it was sent";
+  if (preview_) preview_->stopped = true;
+  while (!jobs_.empty()) {
+    Job job = std::move(jobs_.front());
+    jobs_.pop_front();
+    Finish(job);
+  }
+  Settle();
+  publish_(UnitMessage());
 }
 
 void LiveLink::StopPreview() {
@@ -220,6 +286,24 @@ void LiveLink::Settle() {
   }
 }
 
+// A camera the unit does not have answers "Reg Error" every time it is
+// asked (no image, no state change, only the request's outcome): the
+// preview ends there, failed, with that reason, rather than asking again
+// for ever. An outcome left from before the preview began does not count.
+void LiveLink::CheckPreviewRefused() {
+  if (!preview_ || preview_->error) return;
+  const LinkStatus status = client_.Status();
+  const bool refused = status.lastOutcome == RequestOutcome::UnitError;
+  if (!refused || preview_->staleRefusal) {
+    preview_->staleRefusal = preview_->staleRefusal && refused;
+    return;
+  }
+  const std::string said = status.lastOutcomeText.empty() ? "Reg Error" : status.lastOutcomeText;
+  preview_->error = "camera " + std::to_string(client_.CameraPreview()) + ": " + Describe(status.lastOutcome) +
+                    " (\"" + said + "\")";
+  client_.FermaPreview();
+}
+
 bool LiveLink::PreviewOver() {
   const link::frmClient* form = client_.Form();
   if (!form) return true;
@@ -273,7 +357,9 @@ void LiveLink::PublishImage(const char* source) {
 }
 
 void LiveLink::Poll() {
+  CheckPreviewRefused();
   PublishPanel();
+  PublishSummary();
   PublishProgress();
   Settle();
   poll_.expires_after(kPollInterval);
@@ -343,8 +429,40 @@ void LiveLink::PublishPanel() {
   publish_(json{{"type", "panel"}, {"fields", changed}});
 }
 
-std::vector<json> LiveLink::Welcome() const {
+// What a technician reads at a glance, in plain words: the numbers and the
+// system's own names stay in the panel and the timeline.
+void LiveLink::PublishSummary() {
+  const LinkStatus status = client_.Status();
+  json now{{"type", "summary"},
+           {"doing", OperationInWords(status.operation)},
+           {"packetsDone", status.packetsDone},
+           {"packetsExpected", status.packetsExpected},
+           {"mediaBytes", status.mediaBytes},
+           {"waiting", status.queue.empty() ? 0 : static_cast<int>(status.queue.size()) - 1},
+           {"outcome", Describe(status.lastOutcome)},
+           {"outcomeKind", status.lastOutcome == RequestOutcome::Completed || status.lastOutcome == RequestOutcome::None
+                               ? "good" : "bad"},
+           {"outcomeText", ForPage(status.lastOutcomeText)}};
+  if (now == summary_) return;
+  summary_ = now;
+  publish_(now);
+}
+
+json LiveLink::UnitMessage() {
+  // Before the first Connect, or after a Disconnect, the options say which
+  // unit the bar offers.
+  const bool linked = client_.Status().linked;
+  return json{{"type", "unit"},
+              {"connected", linked},
+              {"host", ForPage(linked ? client_.RemoteHost() : link_.host)},
+              {"port", linked ? client_.RemotePort() : link_.port},
+              {"transport", link_.tcp ? "TCP" : "UDP"}};
+}
+
+std::vector<json> LiveLink::Welcome() {
   std::vector<json> messages;
+  messages.push_back(UnitMessage());
+  if (!summary_.is_null()) messages.push_back(summary_);
   messages.push_back(json{{"type", "panel"}, {"fields", panel_}});
   for (const auto& list : {&timeline_, &debug_, &finished_})
     for (const json& message : *list) messages.push_back(message);

@@ -18,6 +18,7 @@
 
 #include "host/actions.h"
 #include "camrelay/clsClient.h"
+#include "camrelay/status.h"
 #include "cli.h"
 #include "host/console.h"
 
@@ -38,6 +39,12 @@ class LiveLink {
   // A command of the command table, checked as the command line checks it
   // (throws host::UsageError). Returns the job's number.
   int Run(host::Command command);
+  // Sets the link up again for this unit (an empty host, a port of 0 or an
+  // empty code keep the one in use); what was queued is dropped, its jobs
+  // failed. The reason when the link cannot be set up.
+  std::optional<std::string> Connect(const std::string& host, int port, bool tcp, const std::string& code);
+  // Takes the link down; what was queued ends failed.
+  void Disconnect();
   // Stops the preview the page started.
   void StopPreview();
   // The panel's send row: the typed text goes out through the panel's own
@@ -45,7 +52,7 @@ class LiveLink {
   bool SendRow(const std::string& text);
 
   // Everything a page that just connected needs to catch up.
-  std::vector<nlohmann::json> Welcome() const;
+  std::vector<nlohmann::json> Welcome();
 
   const std::filesystem::path& dir() const { return context_.dir; }
   store::DataVideo& database() { return client_.Database(); }
@@ -62,6 +69,7 @@ class LiveLink {
     int percent = -1;
     int images = 0;  // preview only
     bool stopped = false;
+    bool staleRefusal = false;  // preview only: the link's last outcome was a refusal before it began
   };
 
   void OnState(StatoConnessioneEnum stato);
@@ -74,13 +82,16 @@ class LiveLink {
   void PublishImage(const char* source);
   void Poll();
   void PublishPanel();
+  void PublishSummary();
+  nlohmann::json UnitMessage();
+  void CheckPreviewRefused();
   void PublishProgress();
   int WaitingRequests();
   template <typename F>
   void As(Job& job, F&& body);
 
   boost::asio::io_context& io_;
-  const cli::Invocation& invocation_;
+  host::LinkOptions link_;  // the unit and code in use: the command line's, then the page's
   host::Console& console_;
   Publish publish_;
   clsClient client_;
@@ -97,6 +108,7 @@ class LiveLink {
   std::optional<Job> preview_;
   Job* speaking_ = nullptr;    // the job whose action runs now, for its lines
   nlohmann::json panel_;       // the panel as last published
+  nlohmann::json summary_;     // the summary as last published
   std::deque<nlohmann::json> timeline_;
   std::deque<nlohmann::json> debug_;
   std::deque<nlohmann::json> finished_;

@@ -132,15 +132,92 @@ async function uploadFirmware(file) {
   }
 }
 
+// ---- The unit, and what it is doing, at a glance. ---------------------------------
+
+let unitLabel = 'the unit';
+
+function showUnit(message) {
+  unitLabel = `${message.host}:${message.port} (${message.transport})`;
+  $('unitName').textContent = `— unit ${unitLabel}`;
+  document.title = `CamRelay — ${unitLabel}`;
+  if (document.activeElement?.closest('#connection')) return;  // the user is typing there
+  $('unitHost').value = message.host;
+  $('unitPort').value = message.port || '';
+  $('unitTransport').value = message.transport;
+  $('connectionState').textContent = message.connected ? 'connected' : 'not connected';
+}
+
+$('connection').addEventListener('submit', async (event) => {
+  event.preventDefault();
+  $('connectionState').textContent = 'connecting…';
+  try {
+    await post('/api/connect', { host: $('unitHost').value.trim(), port: Number($('unitPort').value) || 0,
+                                 transport: $('unitTransport').value, code: $('unitCode').value });
+    $('connectionState').textContent = 'connected';
+  } catch (error) {
+    $('connectionState').textContent = error.message;
+  }
+  // The code went to the console; the page keeps no copy.
+  $('unitCode').value = '';
+  document.activeElement?.blur();
+});
+$('disconnect').addEventListener('click', () => post('/api/disconnect', {}).catch(() => {}));
+
+const figure = (n) => n.toLocaleString('fr-FR');  // 1 240: a thin space groups the thousands
+let lastSample;
+
+function showSummary(m) {
+  let doing = m.doing;
+  const counting = m.packetsExpected > 0 && m.doing !== 'Idle';
+  if (counting) doing += `: ${figure(m.packetsDone)} of ${figure(m.packetsExpected)} packets`;
+  if (m.waiting) doing += ` (${m.waiting} more waiting)`;
+  $('doing').textContent = doing;
+  $('progressRow').hidden = !counting;
+  if (counting) {
+    $('summaryProgress').value = Math.round((100 * m.packetsDone) / m.packetsExpected);
+    const now = Date.now();
+    let left = '';
+    if (lastSample && lastSample.expected === m.packetsExpected && m.packetsDone > lastSample.done) {
+      const rate = (m.packetsDone - lastSample.done) / (now - lastSample.time);
+      left = `, about ${Math.ceil((m.packetsExpected - m.packetsDone) / rate / 1000)} s left`;
+    }
+    if (!lastSample || lastSample.expected !== m.packetsExpected) lastSample = { done: m.packetsDone, time: now, expected: m.packetsExpected };
+    $('summaryCounts').textContent = `${Math.round((100 * m.packetsDone) / m.packetsExpected)} %${left}`;
+  } else {
+    lastSample = undefined;
+  }
+  const said = m.outcomeText ? ` — the unit said “${m.outcomeText}”` : '';
+  $('lastOutcome').textContent = `Last request: ${m.outcome}${said}`;
+  $('lastOutcome').className = m.outcomeKind;
+}
+
+// What changes the unit is done only once the user has seen which unit.
+const changes = {
+  'upload-prog': 'Upload the programming',
+  'upload-prog-cam-events': 'Upload the camera-event programming',
+  'erase-log': 'Erase the event log',
+  'upload-wave': 'Upload the voice messages',
+  'set-installer-code': 'Change the installer code',
+  'set-user-code': 'Change the user code',
+};
+
+function confirmed(what) {
+  return window.confirm(`${what} on the unit ${unitLabel}?`);
+}
+
+function pickFirmware(file) {
+  if (confirmed(`Send the firmware file ${file.name} (${figure(file.size)} bytes)`)) uploadFirmware(file);
+}
+
 function commandRow(info) {
   const button = element('button', { type: 'button', title: info.help, 'data-command': info.name, text: info.name });
   if (info.name === 'upload-firmware') {
     const chooser = element('input', { type: 'file', 'data-argument': info.name, title: info.argumentHelp });
     button.addEventListener('click', () => {
-      if (chooser.files.length) uploadFirmware(chooser.files[0]);
+      if (chooser.files.length) pickFirmware(chooser.files[0]);
       else chooser.click();
     });
-    chooser.addEventListener('change', () => chooser.files.length && uploadFirmware(chooser.files[0]));
+    chooser.addEventListener('change', () => chooser.files.length && pickFirmware(chooser.files[0]));
     return element('div', { class: 'command' }, button, chooser);
   }
   if (info.name === 'preview') return null;  // the preview card drives it
@@ -148,7 +225,14 @@ function commandRow(info) {
   const input = info.argument
     ? element('input', { type, placeholder: info.argument, title: info.argumentHelp, 'data-argument': info.name })
     : null;
-  button.addEventListener('click', () => run(info.name, input ? input.value : ''));
+  button.addEventListener('click', () => {
+    if (changes[info.name] && !confirmed(changes[info.name])) return;
+    run(info.name, input ? input.value : '');
+  });
+  // Enter in the argument field does what the button does.
+  input?.addEventListener('keydown', (event) => {
+    if (event.key === 'Enter') button.click();
+  });
   return element('div', { class: 'command' }, button, ...(input ? [input] : []));
 }
 
@@ -270,26 +354,38 @@ function showDebug(message) {
 }
 
 const handlers = { panel: (m) => applyPanel(m.fields), state: showState, debug: showDebug, job: showJob,
-                   image: showImage };
+                   image: showImage, unit: showUnit, summary: showSummary };
+
+// While the console is gone nothing can be asked of it: the page says so and
+// its controls wait until it is back.
+function setOnline(online) {
+  $('live').textContent = online ? 'live' : 'the console is not running: reconnecting…';
+  $('live').className = online ? 'live on' : 'live off';
+  document.body.classList.toggle('offline', !online);
+  for (const control of document.querySelectorAll('main button, main input, main select, #connection input, #connection select, #connection button'))
+    control.disabled = !online;
+}
 
 function connect() {
   const socket = new WebSocket(`${location.protocol === 'https:' ? 'wss' : 'ws'}://${location.host}${api('/ws')}`);
   socket.addEventListener('open', () => {
-    $('live').textContent = 'live';
-    $('live').className = 'live on';
+    // The console sends its history again: what the page showed is replaced.
+    $('timeline').replaceChildren();
+    $('debug').textContent = '';
+    debugLines = 0;
+    setOnline(true);
+    loadCommands();
+    loadTables();
+    loadMedia();
   });
   socket.addEventListener('message', (event) => {
     const message = JSON.parse(event.data);
     handlers[message.type]?.(message);
   });
   socket.addEventListener('close', () => {
-    $('live').textContent = 'offline';
-    $('live').className = 'live off';
+    setOnline(false);
     setTimeout(connect, 1000);
   });
 }
 
 connect();
-loadCommands();
-loadTables();
-loadMedia();
