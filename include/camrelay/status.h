@@ -50,17 +50,20 @@ struct LinkStatus {
   int timeoutShortMs = 0;
   int retryLimit = 0;
   RequestOutcome lastOutcome = RequestOutcome::None;
+  std::string lastOutcomeText;             // the unit's or the link's own words, when it said any
   // How many requests have ended on this client, links rebuilt or replaced
-  // included: a host
-  // that notes it when it queues a request knows that lastOutcome is about
-  // that request, or a later one, once the count has moved.
+  // included: a host that notes it when it queues a request knows that
+  // lastOutcome is about that request, or a later one, once the count has
+  // moved.
   int requestsEnded = 0;
-  std::string lastOutcomeText;
+  // How many requests the queue has refused as the same as one already
+  // waiting: a host compares it before and after queuing one.
+  int requestsRefused = 0;
   // The last download of the event log or of the camera events: how many of
   // its records were new and added to the table (the unit sends every record
   // it holds each time; those already in the table are not added again).
   // Read it when the download's completion state is raised.
-  int recordsNew = 0;             // the unit's or the link's own words, when it said any
+  int recordsNew = 0;
 };
 
 // Plain English for an outcome, for a face to show beside the unit's text.

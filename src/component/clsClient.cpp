@@ -451,7 +451,7 @@ LinkStatus clsClient::Status() const {
   const auto [done, expected] = link::TransferProgress(f);
   status.packetsDone = done;
   status.packetsExpected = expected;
-  status.mediaBytes = f.sTipoArrivo == "56" ? f.FileMultimediaSize : 0;
+  status.mediaBytes = f.sTipoArrivo == link::tipo::DownloadMedia ? f.FileMultimediaSize : 0;
   for (std::size_t i = 1; i < f.Richieste.size(); ++i)
     status.queue.push_back({f.Richieste[i].Tipo, f.Richieste[i].Parametro});
   status.awaitingReply = f.tmrTimeOut && f.tmrTimeOut->enabled();
@@ -464,6 +464,7 @@ LinkStatus clsClient::Status() const {
   status.requestsEnded += f.RequestsEnded;
   if (f.lastOutcome != RequestOutcome::None) status.lastOutcome = f.lastOutcome;
   if (status.lastOutcome != RequestOutcome::Completed) status.lastOutcomeText = f.StringaErroreConnessione;
+  status.requestsRefused = f.RichiesteRifiutate;
   return status;
 }
 

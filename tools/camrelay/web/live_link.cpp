@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <ctime>
 
-#include "link/frmClient.h"
 #include "host/session.h"
 #include "web/access.h"
 #include "store/text.h"
@@ -24,7 +23,9 @@ constexpr std::size_t kKeepTimeline = 500;
 constexpr std::size_t kKeepDebug = 500;
 constexpr std::size_t kKeepJobs = 200;
 
-bool IsPreviewRequest(const link::Richiesta& r) { return r.Tipo == "08" || r.Tipo == "09"; }
+// Preview requests come and go with the camera cycle: they are the preview
+// job's, not waiting jobs.
+bool IsPreviewRequest(const QueuedRequest& r) { return r.type == "08" || r.type == "09"; }
 
 bool IsPreviewState(StatoConnessioneEnum stato) {
   return stato == cTrasmettiPreviewEnable || stato == cRichiestaPreView || stato == cRicezionePreViewOK ||
@@ -164,16 +165,14 @@ int LiveLink::Run(host::Command command) {
   job.action = host::MakeAction(command);
   job.staleRefusal = client_.Status().lastOutcome == RequestOutcome::UnitError;
   PublishJob(job, "queued");
-  link::frmClient* form = client_.Form();
-  const int refusedBefore = form ? form->RichiesteRifiutate : 0;
+  const int refusedBefore = client_.Status().requestsRefused;
   const int waitingBefore = WaitingRequests();
   As(job, [&] { job.action->Start(context_); });
-  form = client_.Form();
   if (command.op == host::Op::Preview) {
     preview_ = std::move(job);
     return preview_->id;
   }
-  if (form && form->RichiesteRifiutate > refusedBefore) {
+  if (client_.Status().requestsRefused > refusedBefore) {
     PublishJob(job, "refused", "the same request is already waiting in the queue");
     return job.id;
   }
@@ -218,18 +217,14 @@ void LiveLink::StopPreview() {
 }
 
 bool LiveLink::SendRow(const std::string& text) {
-  link::frmClient* form = client_.Form();
-  if (!form || client_.Protocol() != sckUDPProtocol) return false;
-  form->Panel.TxtSendStr = text;
-  form->CmdSendStr_Click();
+  if (!client_.Status().linked || client_.Protocol() != sckUDPProtocol) return false;
+  client_.SendTypedString(text);
   return true;
 }
 
 int LiveLink::WaitingRequests() {
-  const link::frmClient* form = client_.Form();
-  if (!form || form->Richieste.size() < 2) return 0;
-  return static_cast<int>(
-      std::count_if(form->Richieste.begin() + 1, form->Richieste.end(), [](const auto& r) { return !IsPreviewRequest(r); }));
+  const std::vector<QueuedRequest> queue = client_.Status().queue;
+  return static_cast<int>(std::count_if(queue.begin(), queue.end(), [](const auto& r) { return !IsPreviewRequest(r); }));
 }
 
 void LiveLink::OnState(StatoConnessioneEnum stato) {
@@ -305,9 +300,9 @@ void LiveLink::CheckPreviewRefused() {
 }
 
 bool LiveLink::PreviewOver() {
-  const link::frmClient* form = client_.Form();
-  if (!form) return true;
-  const bool queued = std::any_of(form->Richieste.begin() + 1, form->Richieste.end(), IsPreviewRequest);
+  const LinkStatus status = client_.Status();
+  if (!status.linked) return true;
+  const bool queued = std::any_of(status.queue.begin(), status.queue.end(), IsPreviewRequest);
   return client_.VideoCicle() == 0 && !queued && !IsPreviewState(client_.StatoCorrente());
 }
 
@@ -379,12 +374,12 @@ void LiveLink::PublishProgress() {
 }
 
 void LiveLink::PublishPanel() {
-  const link::frmClient* form = client_.Form();
-  if (!form) return;
-  const panel::PanelModel& p = form->Panel;
+  const LinkStatus status = client_.Status();
+  if (!status.linked) return;
+  const panel::PanelModel p = client_.Panel();
   json queue = json::array();
-  for (std::size_t i = 1; i < form->Richieste.size(); ++i)
-    queue.push_back({{"tipo", ForPage(form->Richieste[i].Tipo)}, {"parametro", ForPage(form->Richieste[i].Parametro)}});
+  for (const QueuedRequest& request : status.queue)
+    queue.push_back({{"tipo", ForPage(request.type)}, {"parametro", ForPage(request.argument)}});
   json now{
       {"caption", ForPage(p.caption)},
       {"LblLocal", ForPage(p.LblLocal)},
@@ -413,12 +408,12 @@ void LiveLink::PublishPanel() {
       {"pctColour", p.pctColour},
       {"sbarVuoto", ForPage(p.sbarVuoto)},
       {"sbarConnesso", ForPage(p.sbarConnesso)},
-      {"stato", form->Stato},
-      {"statoName", std::string(StatoConnessioneName(form->Stato))},
-      {"tentativi", form->TentativiTimeOut},
-      {"tentativiMax", form->TentativiTimeOutMax},
-      {"timeOutLungo", form->TimeOutLungo},
-      {"timeOutBreve", form->TimeOutBreve},
+      {"stato", status.operation},
+      {"statoName", std::string(StatoConnessioneName(status.operation))},
+      {"tentativi", status.attempts},
+      {"tentativiMax", status.retryLimit},
+      {"timeOutLungo", status.timeoutLongMs},
+      {"timeOutBreve", status.timeoutShortMs},
       {"queue", queue},
   };
   json changed = json::object();
