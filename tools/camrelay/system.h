@@ -4,6 +4,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace camrelay::cli {
@@ -21,6 +22,10 @@ bool OpenInBrowser(const std::string& page);
 // read, its name starting with prefix. Throws std::runtime_error when none
 // can be made.
 std::filesystem::path MakePrivateFolder(const std::string& prefix);
+// The bytes of a regular file, opened without following a link: a link
+// planted in a served folder must not lead out of it. nullopt when path is
+// not a regular file of its own or cannot be read.
+std::optional<std::string> ReadRegularFile(const std::filesystem::path& path);
 // This machine's name and this process's number, "name:number": who holds a
 // claim, in words a person can trace.
 std::string MachineAndProcess();

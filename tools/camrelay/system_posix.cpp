@@ -38,6 +38,20 @@ std::filesystem::path MakePrivateFolder(const std::string& prefix) {
   return pattern;
 }
 
+std::optional<std::string> ReadRegularFile(const std::filesystem::path& path) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(path, ec))) return std::nullopt;
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  std::string bytes;
+  char chunk[65536];
+  ssize_t got = 0;
+  while ((got = ::read(fd, chunk, sizeof chunk)) > 0) bytes.append(chunk, static_cast<std::size_t>(got));
+  ::close(fd);
+  if (got < 0) return std::nullopt;
+  return bytes;
+}
+
 std::string MachineAndProcess() {
   char host[256] = {};
   gethostname(host, sizeof host - 1);

@@ -1,6 +1,8 @@
 #include <windows.h>
 #include <shellapi.h>
 
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <stdexcept>
 
@@ -36,6 +38,19 @@ std::filesystem::path MakePrivateFolder(const std::string& prefix) {
     if (GetLastError() != ERROR_ALREADY_EXISTS) break;
   }
   throw std::runtime_error("cannot make a folder in " + base.string());
+}
+
+// A link is refused by its status before the file is opened; Windows has no
+// flag to refuse one at the open itself, and a folder that only this user
+// writes to cannot have one swapped in between.
+std::optional<std::string> ReadRegularFile(const std::filesystem::path& path) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(path, ec))) return std::nullopt;
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return std::nullopt;
+  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (in.bad()) return std::nullopt;
+  return bytes;
 }
 
 std::string MachineAndProcess() {

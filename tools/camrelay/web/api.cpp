@@ -1,8 +1,6 @@
 #include "web/api.h"
 
 #include <filesystem>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -13,6 +11,7 @@
 
 #include "cli.h"
 #include "files/safe_name.h"
+#include "system.h"
 #include "web/access.h"
 #include "web/http_server.h"
 #include "web/live_link.h"
@@ -217,15 +216,10 @@ Response MediaFile(const Call& call) {
   // A link planted in the folder would lead out of it: only files that are
   // really there are served, opened without following a link.
   const fs::path path = call.link().dir() / folder / name;
-  std::error_code ec;
-  const int fd = fs::is_regular_file(fs::symlink_status(path, ec)) ? ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC) : -1;
-  if (fd < 0) return Error(call.request, http::status::not_found, "no such file: " + folder + "/" + name);
-  std::string bytes;
-  char chunk[65536];
-  for (ssize_t got; (got = ::read(fd, chunk, sizeof chunk)) > 0;) bytes.append(chunk, static_cast<std::size_t>(got));
-  ::close(fd);
+  std::optional<std::string> bytes = cli::ReadRegularFile(path);
+  if (!bytes) return Error(call.request, http::status::not_found, "no such file: " + folder + "/" + name);
   const auto type = MediaType(name);
-  Response response = Reply(call.request, http::status::ok, std::move(bytes), type.value_or("application/octet-stream"));
+  Response response = Reply(call.request, http::status::ok, std::move(*bytes), type.value_or("application/octet-stream"));
   if (!type || call.target.Param("download") == "1")
     response.set(http::field::content_disposition, Attachment(name));
   return response;
