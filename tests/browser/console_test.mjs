@@ -271,7 +271,7 @@ try {
     await page.check('input[data-camera="8"]');
     await page.click('#previewStart');
     await page.waitForSelector('#jobs li[data-command="preview"][data-status="failed"]');
-    assert.match(await job('preview').innerText(), /camera 8: the unit could not do it \("Reg Error"\)/);
+    assert.match(await job('preview').innerText(), /camera 8: the unit answered "Reg Error"/);
   });
 
   check('the access code never reaches the page', async () => {
