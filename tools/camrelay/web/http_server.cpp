@@ -198,7 +198,8 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
     file_.emplace(std::move(*header_));
     file_->body_limit(limit);
     beast::error_code ec;
-    file_->get().body().open(destination->c_str(), beast::file_mode::write_new, ec);
+    // Beast's file body opens narrow names; on Windows the path is wide.
+    file_->get().body().open(destination->string().c_str(), beast::file_mode::write_new, ec);
     if (ec) return Write(Refusal(file_->get().version(), http::status::internal_server_error, "cannot keep the file picked"));
     stream_.expires_after(kBodyTimeout);
     http::async_read(stream_, buffer_, *file_, [self = shared_from_this(), path = *destination](beast::error_code ec,
