@@ -109,7 +109,7 @@ check('files that arrived are never active content, and links lead nowhere', asy
   assert.equal(jpeg.headers['content-type'], 'image/jpeg');
   assert.equal(jpeg.headers['x-content-type-options'], 'nosniff');
   for (const name of ['db.jpg', 'passwd.jpg']) assert.equal((await get(name)).status, 404, name);
-  const listed = JSON.parse((await request(`${base}/api/media?token=${token}`)).body).Snapshot.map((f) => f.name);
+  const listed = JSON.parse((await request(`${base}/api/media?token=${token}`)).body).Snapshot.files.map((f) => f.name);
   assert.ok(!listed.includes('db.jpg') && !listed.includes('passwd.jpg'), listed.join(', '));
   // Every answer says what it is, the page included, and the page runs its
   // own script only.
