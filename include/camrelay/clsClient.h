@@ -116,6 +116,13 @@ class clsClient {
   int RichiesteInCoda();
   // The operation in progress (cNoOperation when idle).
   StatoConnessioneEnum StatoCorrente();
+  // Takes a request out of the queue, by its position as Status().queue
+  // lists it from 1 (the head). One waiting behind the head always may go;
+  // the head only once it is no longer in hand: after AnnullaRichiesta (its
+  // outcome is then Cancelled and it counts as ended), or while a TCP
+  // connection is still being made for it. False, and nothing changes, for a
+  // head in hand or a position outside the queue.
+  bool WithdrawRequest(int position);
   // Reply time-outs in ms and the retry limit to use instead of the
   // transport's (60000/60000 ms and 10 on TCP, 1000/750 ms and 15 on UDP);
   // 0 keeps the transport's value. Takes effect at the next Connetti and

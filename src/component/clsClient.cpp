@@ -430,6 +430,13 @@ int clsClient::ProgressoMultimedia() { return Guard(false) ? frm_->ProgressoMult
 int clsClient::UboundStringaPar() { return Guard(false) ? frm_->UboundStringaPar() : 0; }
 std::string clsClient::GetStringaPar(int Indice) { return Guard(false) ? frm_->GetStringaPar(Indice) : std::string(); }
 int clsClient::RichiesteInCoda() { return Guard(false) ? frm_->QueueLength() : 0; }
+bool clsClient::WithdrawRequest(int position) {
+  if (!Guard(false)) return false;
+  bool withdrawn = false;
+  Report("WithdrawRequest", [&] { withdrawn = frm_->WithdrawRequest(position); });
+  return withdrawn;
+}
+
 StatoConnessioneEnum clsClient::StatoCorrente() {
   return Guard(false) ? static_cast<StatoConnessioneEnum>(frm_->Stato) : cNoOperation;
 }

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstdio>
 #include <fstream>
+#include <sstream>
 #include <vector>
 
 #include "common/debug_sink.h"
@@ -370,24 +371,30 @@ class PreviewAction : public Action {
 
   void OnState(Context& ctx, StatoConnessioneEnum stato) override {
     if (StoppedByUnit(ctx)) return;
-    if (stato != cRicezionePreViewOK || saved_ >= command().images) return;
+    if (stato != cRicezionePreViewOK || shown_ >= command().images) return;
+    ++shown_;
     try {
       const int camera = ctx.client.CameraPreview();
-      SaveImage(ctx, "preview-cam" + std::to_string(camera) + "-");
-      ++saved_;
+      if (recording()) {
+        SaveImage(ctx, "preview-cam" + std::to_string(camera) + "-");
+        ++saved_;
+      }
     } catch (const std::exception& e) {
       saveError_ = e.what();
     }
-    if (saved_ >= command().images || saveError_) ctx.client.FermaPreview();
+    if (shown_ >= command().images || saveError_) ctx.client.FermaPreview();
   }
 
   // A lost image is given up and the cycle moves on to the next camera: only
   // images that never arrived at all make the preview fail.
   std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
     if (saveError_) return saveError_;
+    // The link drops a camera the unit refuses from its cycle by itself: a
+    // preview of that camera alone ends with no state change to see it by.
+    if (!unitError_) unitError_ = UnitRefusal(ctx);
     if (unitError_) return unitError_;
-    if (saved_ < command().images)
-      return error.value_or("only " + std::to_string(saved_) + " of " + std::to_string(command().images) +
+    if (shown_ < command().images)
+      return error.value_or("only " + std::to_string(shown_) + " of " + std::to_string(command().images) +
                             " images arrived");
     ctx.console.Note(command().name + ": " + std::to_string(saved_) + " images saved in Snapshot/");
     return std::nullopt;
@@ -401,14 +408,20 @@ class PreviewAction : public Action {
   // would ask for it again at once, for ever: the preview stops there.
   bool StoppedByUnit(Context& ctx) {
     if (unitError_) return true;
-    const LinkStatus status = ctx.client.Status();
-    if (status.requestsEnded == endedBefore_ || status.lastOutcome != RequestOutcome::UnitError) return false;
-    unitError_ = "camera " + std::to_string(ctx.client.CameraPreview()) +
-                 ": the unit answered \"Reg Error\" (it has no such camera)";
+    unitError_ = UnitRefusal(ctx);
+    if (!unitError_) return false;
     ctx.client.VideoCicle(0);
     return true;
   }
 
+  std::optional<std::string> UnitRefusal(Context& ctx) const {
+    const LinkStatus status = ctx.client.Status();
+    if (status.requestsEnded == endedBefore_ || status.lastOutcome != RequestOutcome::UnitError) return std::nullopt;
+    return "camera " + std::to_string(ctx.client.CameraPreview()) +
+           ": the unit answered \"Reg Error\" (it has no such camera)";
+  }
+
+  int shown_ = 0;
   int saved_ = 0;
   int endedBefore_ = 0;
   std::optional<std::string> saveError_;
@@ -420,6 +433,9 @@ class PreviewAction : public Action {
 // and the clip is closed after --frames of them. Every move is queued from
 // inside the event of the frame before it, while the link still holds that
 // request, so that it follows at once.
+//
+// With no frame count the clip is held open by hand instead: it moves only
+// on the user's orders, until closed or refused by the unit.
 class PlaybackAction : public Action {
  public:
   using Action::Action;
@@ -431,6 +447,7 @@ class PlaybackAction : public Action {
 
   void OnState(Context& ctx, StatoConnessioneEnum stato) override {
     if (stato != cRicezionePreViewOK || closing_) return;
+    if (byHand()) return OnHeldFrame(ctx);
     if (!opened_) {
       opened_ = true;
       if (command().seek >= 0) return ctx.client.CurrentTimeFileVideo(command().seek);
@@ -452,12 +469,45 @@ class PlaybackAction : public Action {
     Move(ctx);
   }
 
+  bool Order(Context& ctx, PlaybackOrder order, double value) override {
+    if (!byHand() || closing_ || HeldOver(ctx)) return false;
+    playing_ = order == PlaybackOrder::Play;
+    switch (order) {
+      case PlaybackOrder::Play: case PlaybackOrder::Next: ctx.client.AttivaPreview("NEXTFRAME:"); break;
+      case PlaybackOrder::Previous: ctx.client.AttivaPreview("PREVFRAME:"); break;
+      case PlaybackOrder::Pause: ctx.client.AttivaPreview("PAUSE:"); break;
+      case PlaybackOrder::Seek: ctx.client.CurrentTimeFileVideo(value); break;
+      case PlaybackOrder::Quality: ctx.client.AttivaPreview("SetQualityImages:" + Decimal(value)); break;
+      case PlaybackOrder::Close:
+        closing_ = true;
+        ctx.client.AttivaPreview("CLOSE:");
+        break;
+    }
+    return true;
+  }
+
+  // The answer to "CLOSE:" ends the last preview request queued; a "Reg
+  // Error" to any of them ends the clip on the unit's side.
+  bool HeldOver(Context& ctx) const override {
+    const LinkStatus status = ctx.client.Status();
+    if (Refused(status)) return true;
+    if (!closing_) return false;
+    const bool waiting = std::any_of(status.queue.begin(), status.queue.end(),
+                                     [](const QueuedRequest& r) { return r.type == "08"; });
+    return !waiting && status.operation == cNoOperation;
+  }
+
   std::optional<std::string> Finish(Context& ctx, const std::optional<std::string>& error) override {
     if (saveError_) return saveError_;
     const LinkStatus status = ctx.client.Status();
-    if (status.requestsEnded != endedBefore_ && status.lastOutcome == RequestOutcome::UnitError)
+    if (Refused(status))
       return "the unit answered \"Reg Error\": it has no clip " + command().argument + ", or cannot play it";
     if (error) return error;
+    if (byHand()) {
+      ctx.console.Note(command().name + ": " + command().argument + " closed after " + std::to_string(frames_) +
+                       " frames, " + std::to_string(saved_) + " saved");
+      return std::nullopt;
+    }
     if (saved_ < command().images)
       return "only " + std::to_string(saved_) + " of " + std::to_string(command().images) + " frames arrived";
     ctx.console.Note(command().name + ": " + std::to_string(saved_) + " frames of " + command().argument +
@@ -469,13 +519,46 @@ class PlaybackAction : public Action {
   StatoConnessioneEnum Completion() const override { return cNoOperation; }
 
  private:
+  bool byHand() const { return command().images == 0; }
+  bool Refused(const LinkStatus& status) const {
+    return status.requestsEnded != endedBefore_ && status.lastOutcome == RequestOutcome::UnitError;
+  }
   void Move(Context& ctx) { ctx.client.AttivaPreview(command().step > 0 ? "NEXTFRAME:" : "PREVFRAME:"); }
+
+  // Playing is stepping on from the event of each frame. At the clip's end
+  // the unit answers a step with the last frame again: the same picture
+  // twice stops the play there.
+  void OnHeldFrame(Context& ctx) {
+    ++frames_;
+    std::string image = ctx.client.ImagePreview();
+    const bool atEnd = image == lastFrame_;
+    lastFrame_ = std::move(image);
+    if (recording()) {
+      try {
+        SaveImage(ctx, "playback-" + fs::path(command().argument).stem().string() + "-");
+        ++saved_;
+      } catch (const std::exception& e) {
+        saveError_ = e.what();
+      }
+    }
+    if (playing_ && (atEnd || saveError_)) playing_ = false;
+    if (playing_) ctx.client.AttivaPreview("NEXTFRAME:");
+  }
+
+  static std::string Decimal(double value) {
+    std::ostringstream text;
+    text << value;
+    return text.str();
+  }
 
   int endedBefore_ = 0;
   bool opened_ = false;
   bool closing_ = false;
+  bool playing_ = false;
   int movesLeft_ = 0;
   int saved_ = 0;
+  int frames_ = 0;
+  std::string lastFrame_;
   std::optional<std::string> saveError_;
 };
 

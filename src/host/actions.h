@@ -20,6 +20,9 @@ struct Context {
   std::filesystem::path dir;  // the working folder
 };
 
+// What a user's hand does to a clip held open (the console's player).
+enum class PlaybackOrder { Play, Pause, Next, Previous, Seek, Quality, Close };
+
 class Action {
  public:
   explicit Action(Command command) : command_(std::move(command)) {}
@@ -45,6 +48,19 @@ class Action {
   // A diagnostic line of the library while this command runs.
   virtual void OnDebug(const std::string&) {}
 
+  // Whether the images that arrive are saved. The command line saves every
+  // one; the console only while the user records, so that watching does
+  // not fill the disk.
+  void Record(bool on) { record_ = on; }
+  bool recording() const { return record_; }
+
+  // A clip held open by hand (a playback with no frame count) takes the
+  // user's orders while it runs; value is the seek's seconds or the
+  // quality. False when this command takes none, or is closing.
+  virtual bool Order(Context&, PlaybackOrder, double /*value*/) { return false; }
+  // Held by hand: whether it is over, the clip closed or refused.
+  virtual bool HeldOver(Context&) const { return true; }
+
  protected:
   // The state that says the command's exchange completed; cNoOperation when
   // the exchange ends without one.
@@ -56,6 +72,7 @@ class Action {
 
  private:
   Command command_;
+  bool record_ = true;
   bool completed_ = false;
   std::optional<std::string> refusal_;
 };

@@ -256,6 +256,9 @@ class frmClient : public DebugSink {
   void ReadRichiesta();
   // Drops the head request, noting why it ended.
   void EndRequest(RequestOutcome outcome);
+  // Takes out the request at `position` (1 = the head) unless it is being
+  // served; false, and nothing changes, otherwise.
+  bool WithdrawRequest(int position);
   int QueueLength() const { return static_cast<int>(Richieste.size()) - 1; }
 
   // ---- Device operations (requests/operations.cpp). -------------------------

@@ -82,6 +82,15 @@ RequestOutcome EndPlaybackOnAnswer(frmClient& form) {
   return refused ? RequestOutcome::UnitError : RequestOutcome::Completed;
 }
 
+// A camera the unit does not have is answered "Reg Error" every time: left
+// in the cycle it would be asked for again at once, for ever, holding the
+// link. It leaves the cycle; with no camera left the cycle is over.
+void DropRefusedCamera(frmClient& form) {
+  const int camera = form.NCamPreviewDownloaded;
+  if (camera < 1 || camera > kCameras) return;
+  form.VideoCiclePreview &= ~(1 << (camera - 1));
+}
+
 }  // namespace
 
 void frmClient::AttivaPreview(const std::string& arg) {
@@ -161,7 +170,9 @@ void frmClient::CompletePreviewImage() {
     ReadRichiesta();
     return;
   }
-  EndRequest(EndPlaybackOnAnswer(*this));
+  const RequestOutcome outcome = EndPlaybackOnAnswer(*this);
+  if (outcome == RequestOutcome::UnitError) DropRefusedCamera(*this);
+  EndRequest(outcome);
   // While a recorded file is open the unit shows its frames: the camera
   // cycle waits until the file is closed.
   if (NomeFileMultimedia.empty()) AcquisisciNextPreview();

@@ -56,6 +56,24 @@ void frmClient::EndRequest(RequestOutcome outcome) {
   RemoveRichiesta(1);
 }
 
+bool frmClient::WithdrawRequest(int position) {
+  if (position < 1 || position > QueueLength()) return false;
+  if (position > 1) {
+    RemoveRichiesta(position);
+    return true;
+  }
+  // The head is in hand unless the link is idle: after AnnullaRichiesta, or
+  // while a TCP connection is still being made. Idle, the queue itself would
+  // serve it again at the next request; taken out, what the unit still sends
+  // of it finds no exchange, and its reply timer must not fire for it.
+  if (Stato != cNoOperation) return false;
+  tmrTimeOut->setEnabled(false);
+  bAttesaRisposta = false;
+  bAttesaFine = false;
+  EndRequest(RequestOutcome::Cancelled);
+  return true;
+}
+
 void frmClient::RemoveRichiesta(int Indice) {
   Guarded(*this, "RemoveRichiesta", [&] {
     const int n = QueueLength();

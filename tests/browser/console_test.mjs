@@ -54,7 +54,7 @@ try {
   const env = { XDG_CONFIG_HOME: path.join(work, 'config'), CAMRELAY_CODE: '123456' };
   plantHostileFiles(path.join(work, 'unit'));
   const unit = await start(unitProgram, ['--dir', path.join(work, 'unit'), '--udp', '--port', '0', '-v',
-    '--delay', '20', '--exit-after', '300'], env, 'unit');
+    '--delay', '20', '--exit-after', '300', '--slow-type', '02', '--slow-ms', '700'], env, 'unit');
   const unitPort = unit.firstLine.match(/:(\d+)$/)[1];
   fs.mkdirSync(path.join(work, 'host'));
   // The unit given by name: the panel shows addresses, never the name.
@@ -161,14 +161,20 @@ try {
     await page.waitForSelector('#table th.sorted.desc');
     const highest = sqlite(path.join(work, 'unit', 'VideoSentrova.db'), 'SELECT max(NumeroIngresso) FROM Ingressi');
     await page.waitForFunction((n) => document.querySelector('#table tbody td').textContent === n, highest);
+    // The CSV export is what the table shows: its filter, its order.
+    const csv = async () => (await page.evaluate(async () =>
+      (await fetch(document.querySelector('#tableCsv').href)).text())).trim().split('\r\n');
     await page.fill('#tableFilter', first);
     await page.waitForFunction(() => document.querySelector('#tablePosition').textContent === '1–1 of 1');
+    const filtered = await csv();
+    assert.equal(filtered.length, 2, filtered.join('\n'));
+    assert.ok(filtered[1].includes(first), filtered[1]);
     await page.fill('#tableFilter', '');
-    // The CSV export: a header and one line per row.
-    const csv = await page.evaluate(async () => (await fetch(document.querySelector('#tableCsv').href)).text());
-    const lines = csv.trim().split('\r\n');
+    await page.waitForFunction((n) => document.querySelector('#tablePosition').textContent.endsWith(`of ${n}`), expected);
+    const lines = await csv();
     assert.equal(lines.length, Number(expected) + 1);
     assert.match(lines[0], /^NumeroIngresso,Descrizione,/);
+    assert.equal(lines[1].split(',')[0], highest, 'the export is not sorted as the table');
   });
 
   check('a command string asked for shows its answer', async () => {
@@ -179,12 +185,34 @@ try {
   });
 
   check('two clicks queue two requests; a third like the waiting one is refused', async () => {
-    // The unit's answers are held a little, so the first download is still
+    // The unit reads its programming slowly, so the first download is still
     // running when the other clicks come.
-    for (let i = 0; i < 3; ++i) await page.click('button[data-command="download-log"]');
-    await page.waitForSelector('#jobs li[data-command="download-log"][data-status="refused"]');
-    await page.waitForFunction(() => [...document.querySelectorAll('#jobs li[data-command="download-log"]')]
-      .filter((li) => li.dataset.status === 'done').length === 2);
+    for (let i = 0; i < 3; ++i) await page.click('button[data-command="download-prog"]');
+    await page.waitForSelector('#jobs li[data-command="download-prog"][data-status="refused"]');
+    await page.waitForFunction(() => [...document.querySelectorAll('#jobs li[data-command="download-prog"]')]
+      .filter((li) => li.dataset.status === 'done').length === 3);
+  });
+
+  check('cancel: a waiting request is taken out, a running one abandoned, the rest kept', async () => {
+    // The unit reads its programming slowly: the download is still running
+    // when the cancels come.
+    const asked = (code) => (unitLog().match(new RegExp(`<- AA\\{\\}0\\{\\}${code}\\{\\}`, 'g')) || []).length;
+    const logBefore = asked('04');
+    await page.click('button[data-command="download-prog"]');
+    await page.click('button[data-command="download-log"]');
+    await page.click('button[data-command="download-cam-events"]');
+    await page.waitForSelector('#jobs li[data-command="download-cam-events"][data-status="queued"] button.cancel');
+    await job('download-log').locator('button.cancel').click();
+    await page.waitForSelector('#jobs li[data-command="download-log"][data-status="cancelled"]');
+    assert.match(await job('download-log').innerText(),
+                 /taken out of the queue before it was sent; 2 other requests stay queued/);
+    await page.waitForFunction(() => /packets/.test(document.querySelector('#doing').textContent));
+    await job('download-prog').locator('button.cancel').click();
+    await page.waitForSelector('#jobs li[data-command="download-prog"][data-status="cancelled"]');
+    assert.match(await job('download-prog').innerText(),
+                 /abandoned while running after \d of 6 packets; 1 other request stays queued/);
+    await waitJob('download-cam-events');
+    assert.equal(asked('04'), logBefore, 'the log was asked for after all');
   });
 
   check('a firmware file picked on the page arrives byte for byte', async () => {
@@ -211,6 +239,107 @@ try {
       alt: img.alt, jpeg: img.src.startsWith('data:image/jpeg;base64,/9j/'), width: img.naturalWidth })));
     assert.deepEqual(images.map((i) => i.alt).sort(), ['camera 1', 'camera 2']);
     for (const image of images) assert.ok(image.jpeg && image.width > 0, JSON.stringify(image));
+  });
+
+  check('the preview saves images only while recording; the file list pages', async () => {
+    const snapshots = path.join(work, 'host', 'Snapshot');
+    const saved = () => (fs.existsSync(snapshots) ? fs.readdirSync(snapshots) : [])
+      .filter((n) => n.startsWith('preview-cam')).length;
+    assert.equal(saved(), 0, 'watching saved images');
+    await page.check('#record');
+    for (const camera of ['1', '2']) await page.uncheck(`input[data-camera="${camera}"]`);
+    await page.check('input[data-camera="3"]');
+    await page.fill('#previewImages', '2');
+    await page.click('#previewStart');
+    await page.waitForFunction(() => [...document.querySelectorAll('#jobs li[data-command="preview"]')]
+      .filter((li) => li.dataset.status === 'done').length === 2);
+    assert.equal(saved(), 2);
+    await page.uncheck('#record');
+    await page.uncheck('input[data-camera="3"]');
+    // Sixty more files than a page lists: the list moves a page at a time.
+    for (let i = 0; i < 60; ++i) fs.writeFileSync(path.join(snapshots, `zz-${String(i).padStart(2, '0')}.jpg`), 'x');
+    const total = fs.readdirSync(snapshots).length;
+    await page.click('#mediaRefresh');
+    const folder = '#media [data-folder="Snapshot"]';
+    await page.waitForFunction(([f, n]) => document.querySelector(`${f} h4`).textContent.includes(` of ${n} `),
+                               [folder, total]);
+    assert.match(await page.textContent(`${folder} h4`), new RegExp(`1–50 of ${total} `));
+    assert.equal(await page.locator(`${folder} li`).count(), 50);
+    await page.click('button[data-page="Snapshot-next"]');
+    await page.waitForFunction((f) => document.querySelector(`${f} h4`).textContent.includes('51–'), folder);
+    assert.equal(await page.locator(`${folder} li`).count(), total - 50);
+    assert.ok(await page.isVisible(`${folder} a:text-is("zz-59.jpg")`));
+    await page.click('button[data-page="Snapshot-prev"]');
+    await page.waitForFunction((f) => document.querySelector(`${f} h4`).textContent.includes('1–50'), folder);
+    for (let i = 0; i < 60; ++i) fs.rmSync(path.join(snapshots, `zz-${String(i).padStart(2, '0')}.jpg`));
+  });
+
+  check('a clip on the unit: opened, stepped, sought, played, paused, closed', async () => {
+    const clip = fs.readdirSync(path.join(work, 'unit', 'VideoAvi')).find((n) => n.endsWith('.avi'));
+    const frame = () => page.getAttribute('#clipImage', 'src');
+    const nextFrame = async (before) => {
+      await page.waitForFunction((b) => !document.querySelector('#clipImage').hidden &&
+                                        document.querySelector('#clipImage').src !== b, before);
+      return frame();
+    };
+    await page.fill('#clipName', clip);
+    await page.click('#clipOpen');
+    const first = await nextFrame(null);
+    assert.match(first, /^data:image\/jpeg;base64,\/9j\//);
+    assert.equal(await page.textContent('#clipState'), `${clip} open`);
+    await page.click('#clipControls [data-order="next"]');
+    const second = await nextFrame(first);
+    await page.click('#clipControls [data-order="previous"]');
+    assert.equal(await nextFrame(second), first, 'a frame back is not the first frame');
+    await page.fill('#clipSeek', '0.5');
+    await page.click('#clipControls [data-order="seek"]');
+    const sought = await nextFrame(first);
+    assert.notEqual(sought, second);
+    await waitFor('the seek at the unit', () => unitLog().includes('CurrentTimeFileVideo:0.5'));
+    await page.fill('#clipQuality', '40');
+    await page.click('#clipControls [data-order="quality"]');
+    await waitFor('the quality at the unit', () => unitLog().includes('SetQualityImages:40'));
+    // Played, it steps on frame by frame and stops at the clip's end.
+    const stepsBefore = (unitLog().match(/NEXTFRAME:/g) || []).length;
+    await page.click('#clipControls [data-order="play"]');
+    await waitFor('the clip played to its end', () => (unitLog().match(/NEXTFRAME:/g) || []).length >= stepsBefore + 5);
+    await page.click('#clipControls [data-order="pause"]');
+    await waitFor('the pause at the unit', () => unitLog().includes('PAUSE:'));
+    const snapshots = path.join(work, 'host', 'Snapshot');
+    assert.ok(!fs.readdirSync(snapshots).some((n) => n.startsWith('playback-')), 'frames saved while not recording');
+    await page.check('#record');
+    const atPause = await frame();
+    await page.click('#clipControls [data-order="previous"]');
+    await nextFrame(atPause);
+    await waitFor('the frame recorded', () => fs.readdirSync(snapshots).some((n) => n.startsWith('playback-')));
+    await page.uncheck('#record');
+    await page.click('#clipControls [data-order="close"]');
+    await page.waitForSelector('#jobs li[data-command="playback"][data-status="done"]');
+    assert.ok(unitLog().includes('CLOSE:'));
+    assert.match(await page.textContent('#clipState'), /: done/);
+  });
+
+  check('a clip the unit does not have: "Reg Error", shown as such', async () => {
+    await page.fill('#clipName', 'nosuch.avi');
+    await page.click('#clipOpen');
+    await page.waitForSelector('#jobs li[data-command="playback"][data-status="failed"]');
+    assert.match(await page.textContent('#clipState'),
+                 /nosuch\.avi: failed: the unit answered "Reg Error": it has no clip nosuch\.avi/);
+  });
+
+  check('a camera event links its snapshot and its clip: a click fetches the file', async () => {
+    await page.selectOption('#tableName', 'CamEvents');
+    await page.waitForSelector('#table a[data-fetch$=".jpg"]');
+    assert.ok(await page.locator('#table button[data-play$=".avi"]').count() > 0, 'no clip to play');
+    const name = await page.getAttribute('#table a[data-fetch$=".jpg"] >> nth=0', 'data-fetch');
+    const fetched = page.locator(`#jobs li[data-command="download-media"]`);
+    const before = await fetched.count();
+    await page.click(`#table a[data-fetch="${name}"]`);
+    await page.waitForFunction((n) => [...document.querySelectorAll('#jobs li[data-command="download-media"]')]
+      .filter((li) => li.dataset.status === 'done').length > n, before);
+    const arrived = path.join(work, 'host', 'Snapshot', name);
+    await waitFor('the snapshot', () => fs.existsSync(arrived));
+    assert.ok(fs.readFileSync(arrived).equals(fs.readFileSync(path.join(work, 'unit', 'Snapshot', name))));
   });
 
   check('a string typed in the send row arrives at the unit', async () => {
@@ -240,17 +369,19 @@ try {
       .filter((li) => li.dataset.status === 'done').length === 2);
     assert.ok((await job('request-command').innerText()).includes(`ECHO:${evil}`));
     const names = [`${evil}.jpg`, 'x.html', 'x.svg'];
+    const fetched = () => page.locator('#jobs li[data-command="download-media"][data-status="done"]').count();
+    const before = await fetched();
     for (const [i, name] of names.entries()) {
       await page.fill('input[data-argument="download-media"]', name);
       await page.click('button[data-command="download-media"]');
       await page.waitForFunction((n) => document.querySelectorAll(
-        '#jobs li[data-command="download-media"][data-status="done"]').length === n, i + 1);
+        '#jobs li[data-command="download-media"][data-status="done"]').length === n, before + i + 1);
     }
     await page.click('#mediaRefresh');
     await page.waitForFunction((name) => [...document.querySelectorAll('#media a')].some((a) => a.textContent === name),
                                 `${evil}.jpg`);
     // Opened, the unit's page is a download, never a page of the console.
-    const before = unitLog();
+    const heard = unitLog();
     for (const name of ['x.html', 'x.svg']) {
       const href = await page.getAttribute(`#media a:text-is("${name}")`, 'href');
       const other = await browser.newPage();
@@ -261,7 +392,7 @@ try {
       await other.close();
     }
     await new Promise((r) => setTimeout(r, 500));
-    assert.ok(!unitLog().slice(before.length).includes('{}11{}'), 'a file of the unit erased the log');
+    assert.ok(!unitLog().slice(heard.length).includes('{}11{}'), 'a file of the unit erased the log');
     assert.equal(await page.evaluate(() => window.pwned), undefined, 'the unit\'s markup ran');
     assert.deepEqual(await page.evaluate(() => window.violations), []);
   });
@@ -269,9 +400,13 @@ try {
   check('a camera the unit does not have ends the preview as failed, saying why', async () => {
     for (const camera of ['1', '2']) await page.uncheck(`input[data-camera="${camera}"]`);
     await page.check('input[data-camera="8"]');
+    const before = unitLog().length;
     await page.click('#previewStart');
     await page.waitForSelector('#jobs li[data-command="preview"][data-status="failed"]');
     assert.match(await job('preview').innerText(), /camera 8: the unit answered "Reg Error"/);
+    // The link does not go on asking for it.
+    await new Promise((r) => setTimeout(r, 1000));
+    assert.equal((unitLog().slice(before).match(/<- \{\}8\\r\\n/g) || []).length, 1, unitLog().slice(before));
   });
 
   check('the access code never reaches the page', async () => {
@@ -286,7 +421,8 @@ try {
   check('when the console is gone the page says so and its controls wait', async () => {
     if (process.env.CAMRELAY_SCREENSHOT) {
       await page.setViewportSize({ width: 1280, height: 800 });
-      await page.evaluate(() => window.scrollTo(0, 0));
+      // The jobs, the preview and the player, where the work of the run shows.
+      await page.evaluate(() => document.querySelector('#commands').scrollIntoView());
       await page.screenshot({ path: process.env.CAMRELAY_SCREENSHOT });
     }
     consoleRun.child.kill('SIGTERM');

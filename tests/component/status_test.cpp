@@ -153,6 +153,46 @@ TEST_F(StatusFixture, AGiveUpARefusalACancelAndAUnitErrorEachSayWhy) {
   EXPECT_EQ(client.Status().requestsEnded, ended) << "a cancel leaves the request queued";
 }
 
+// A cancel abandons the request in hand; taking it out then ends it for
+// good, and a request waiting behind it can go at any time. The head in hand
+// cannot: the exchange is the link's until it ends or is abandoned.
+TEST_F(StatusFixture, WithdrawnRequestsLeaveTheQueueAndTheLinkGoesOn) {
+  client.DownLoadProgrammazione();
+  client.ScaricaLog();
+  client.DownloadCamEvents();
+  EXPECT_FALSE(client.WithdrawRequest(1)) << "the programming download is in hand";
+  EXPECT_FALSE(client.WithdrawRequest(4));
+  EXPECT_FALSE(client.WithdrawRequest(0));
+  ASSERT_TRUE(client.WithdrawRequest(2));
+  auto types = [&] {
+    std::vector<std::string> out;
+    for (const QueuedRequest& r : client.Status().queue) out.push_back(r.type);
+    return out;
+  };
+  EXPECT_EQ(types(), (std::vector<std::string>{"02", "53"}));
+
+  const int ended = client.Status().requestsEnded;
+  unit().sent.clear();
+  client.AnnullaRichiesta();
+  ASSERT_TRUE(client.WithdrawRequest(1));
+  EXPECT_EQ(client.Status().requestsEnded, ended + 1);
+  EXPECT_EQ(client.Status().lastOutcome, RequestOutcome::Cancelled);
+  EXPECT_EQ(types(), (std::vector<std::string>{"53"}));
+  EXPECT_EQ(client.StatoCorrente(), cRichiestaCamEvents) << "the next request is served at once";
+  ASSERT_EQ(unit().sent.size(), 1u);
+  EXPECT_TRUE(unit().sent[0].starts_with("AA{}0{}53{}")) << unit().sent[0];
+
+  EXPECT_FALSE(client.WithdrawRequest(1));
+  client.AnnullaRichiesta();
+  ASSERT_TRUE(client.WithdrawRequest(1));
+  EXPECT_TRUE(client.Status().queue.empty());
+  // The abandoned exchange's reply timer is stopped with it: nothing is
+  // asked of the unit again, nothing given up later.
+  EXPECT_FALSE(platform->timer->fire());
+  EXPECT_EQ(unit().sent.size(), 1u);
+  EXPECT_EQ(client.Status().requestsEnded, ended + 2);
+}
+
 TEST_F(StatusFixture, TheOutcomeOfALinkTakenDownOutlivesIt) {
   client.ScaricaLog();
   unit().deliver("AA{}1{}04");

@@ -99,6 +99,30 @@ TEST(Playback, ARecordedFileOpensPausedAndHoldsTheCycleUntilClosedOrRefused) {
   }
 }
 
+// A camera the unit does not have answers "Reg Error" every time it is
+// asked: the cycle drops it and goes on with the others, or ends.
+TEST_F(Preview, ACameraTheUnitRefusesLeavesTheCycle) {
+  form.VideoCiclePreview = 1 | 1 << 7;  // cameras 1 and 8
+  form.AddRichiesta("08", "8");
+  Answers(unit, "", "Reg Error");
+  EXPECT_EQ(form.VideoCiclePreview, 1);
+  EXPECT_EQ(form.Richieste, (Queue{{}, {"08", "1"}}));
+  Answers(unit, TwoPieceImage('c'));
+  EXPECT_EQ(form.Richieste, (Queue{{}, {"08", "1"}})) << "camera 1 alone goes on";
+
+  form.VideoCiclePreview = 1 << 7;
+  Answers(unit, TwoPieceImage('c'));  // camera 1's answer; camera 8 is next
+  unit.sent.clear();
+  Answers(unit, "", "Reg Error");
+  EXPECT_EQ(form.VideoCiclePreview, 0);
+  EXPECT_EQ(form.QueueLength(), 0);
+  EXPECT_EQ(Asked(unit), Texts{"8"}) << "camera 8 is asked for once";
+  EXPECT_EQ(std::count_if(unit.sent.begin(), unit.sent.end(), [](const auto& m) { return m.starts_with("AA{}2{}08"); }),
+            0)
+      << "the refused camera is asked for again";
+  EXPECT_EQ(form.Stato, cNoOperation);
+}
+
 TEST_F(Preview, ImagesAreAssembledInOrderAndAlwaysReported) {
   form.AttivaPreview("2");
   TakesTheRequest(unit);

@@ -39,6 +39,23 @@ TEST_F(SessionTest, DownloadGoesStopAndWaitAndEndsByTransport) {
   }
 }
 
+// A unit slow to read one kind of data holds only that kind's packets back.
+TEST_F(SessionTest, ASlowTypeHoldsBackItsDataPacketsOnly) {
+  content.log = Elements(2);
+  settings.slowType = "04";
+  settings.slowMs = 700;
+  Start(false);
+  Send(Request("04"));
+  EXPECT_EQ(last.at(0).delayMs, 0) << "the acceptance";
+  Send("OK{}04");
+  EXPECT_EQ(last.at(0).delayMs, 700);
+  settings.slowType = "02";
+  Start(false);
+  Send(Request("04"));
+  Send("OK{}04");
+  EXPECT_EQ(last.at(0).delayMs, 0) << "another type's packets";
+}
+
 TEST_F(SessionTest, ACopiedPacketWaitsForBothAcknowledgementsAndTheLastIsNeverCopied) {
   content.log = Elements(3);
   settings.dupPct = 100;

@@ -109,7 +109,7 @@ check('files that arrived are never active content, and links lead nowhere', asy
   assert.equal(jpeg.headers['content-type'], 'image/jpeg');
   assert.equal(jpeg.headers['x-content-type-options'], 'nosniff');
   for (const name of ['db.jpg', 'passwd.jpg']) assert.equal((await get(name)).status, 404, name);
-  const listed = JSON.parse((await request(`${base}/api/media?token=${token}`)).body).Snapshot.map((f) => f.name);
+  const listed = JSON.parse((await request(`${base}/api/media?token=${token}`)).body).Snapshot.files.map((f) => f.name);
   assert.ok(!listed.includes('db.jpg') && !listed.includes('passwd.jpg'), listed.join(', '));
   // Every answer says what it is, the page included, and the page runs its
   // own script only.
@@ -152,6 +152,29 @@ check('the access code never reaches the page, plain or scrambled, over many log
     }
   }
   socket.socket.destroy();
+});
+
+check('the player, the cancel and the record switch take only what they expect', async () => {
+  const { base, token } = consoleRun;
+  const post = async (route, body) => {
+    const answer = await request(`${base}${route}?token=${token}`, { method: 'POST', body: JSON.stringify(body) });
+    return { status: answer.status, error: JSON.parse(answer.body).error };
+  };
+  const before = fs.readFileSync(unit.logFile, 'latin1');
+  // A seek or a quality becomes the text of a request: a number, and a sane one.
+  for (const value of [-1, 1e300]) {
+    assert.match((await post('/api/playback', { order: 'seek', value })).error, /value: a number from 0/, String(value));
+  }
+  assert.match((await post('/api/playback', { order: 'quality', value: 'NEXTFRAME:' })).error, /not the JSON expected/);
+  assert.match((await post('/api/playback', { order: 'rewind' })).error, /unknown order 'rewind'/);
+  assert.match((await post('/api/playback', { order: 'next' })).error, /no clip is open/);
+  assert.match((await post('/api/cancel', { id: 99999 })).error, /that job is over/);
+  assert.equal((await post('/api/cancel', { id: 'x' })).status, 400);
+  assert.equal((await post('/api/record', { on: 'yes' })).status, 400);
+  // A clip's name is checked as the command line checks it, before it is sent.
+  assert.match((await post('/api/run', { command: 'playback', argument: 'PAUSE:.avi' })).error, /not a clip name/);
+  await sleep(300);
+  assert.equal(fs.readFileSync(unit.logFile, 'latin1'), before, 'the unit heard something');
 });
 
 check('a WebSocket that never reads costs the console a bounded amount of memory', async () => {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <random>
+#include <string>
 
 namespace camrelay::unit {
 
@@ -17,6 +18,10 @@ struct FaultSettings {
   int busyDelayMs = 300;  // how long the real answer follows a "BS"
   int resetAfter = 0;  // TCP: reset the connection after this many packets
   int silentAfter = 0;  // fall silent for good after this many packets of a download
+  // Not a fault but a unit slow to read one kind of data from its store:
+  // each data packet of a download of this type is held back slowMs more.
+  std::string slowType;
+  int slowMs = 0;
   // Not a fault but another order a unit may use: the last element of a
   // "52" is answered "OK", and the "51" answer follows on its own.
   bool okBeforeAnswer = false;

@@ -268,7 +268,9 @@ void Session::SendPacket(const std::string& prefix) {
     // next transfer.
     copies = 2;
   }
-  for (int i = 0; i < copies; ++i) Push(message);
+  const FaultSettings& settings = faults_.settings();
+  const int slow = transfer_.tipo == settings.slowType ? settings.slowMs : 0;
+  for (int i = 0; i < copies; ++i) Push(message, slow);
   pendingAcks_ = copies;
   faults_.NoteSent(++sentInTransfer_);
   if (tcp_ && faults_.ResetNow(sentInTransfer_)) {

@@ -129,6 +129,12 @@ void AddOptions(CLI::App& app, Options& o) {
                  "Fall silent for good after the N-th data packet of a download: every message received from "
                  "then on is ignored, as by a unit that hung")
       ->check(CLI::Range(0, 1 << 30));
+  app.add_option("--slow-type", o.faults.slowType,
+                 "Hold each data packet of a download of this type (02, 04, ...) back by --slow-ms, as a unit slow "
+                 "to read that data from its store")
+      ->type_name("TYPE");
+  app.add_option("--slow-ms", o.faults.slowMs, "MS each data packet of a --slow-type download is held back")
+      ->check(CLI::Range(0, 60000));
   app.add_flag("--ok-before-answer", o.faults.okBeforeAnswer,
                "Answer the last element of a command-string request (\"52\") with OK, then send the answer; by "
                "default the answer's acceptance stands in for that OK");

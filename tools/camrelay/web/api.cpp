@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <functional>
 #include <set>
+#include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -171,7 +174,8 @@ Response Connect(const Call& call, const json& body) {
   return Json(call.request, json::object());
 }
 
-Response Table(const Call& call) {
+// The page's view of a table: which, in what order, filtered how.
+TableQuery QueryOf(const Call& call) {
   TableQuery query;
   query.table = call.target.Param("name");
   query.sort = call.target.Param("sort");
@@ -180,27 +184,39 @@ Response Table(const Call& call) {
   const std::string offset = call.target.Param("offset"), limit = call.target.Param("limit");
   if (!offset.empty()) query.offset = std::stol(offset);
   if (!limit.empty()) query.limit = std::stoi(limit);
-  return Json(call.request, TablePage(call.link().database(), query));
+  return query;
 }
 
+Response Table(const Call& call) { return Json(call.request, TablePage(call.link().database(), QueryOf(call))); }
+
+// The export follows what the page shows: the same filter, the same order.
 Response Csv(const Call& call) {
-  const std::string table = call.target.Param("name");
-  Response response = Reply(call.request, http::status::ok, TableCsv(call.link().database(), table), "text/csv");
-  response.set(http::field::content_disposition, Attachment(table + ".csv"));
+  const TableQuery query = QueryOf(call);
+  Response response = Reply(call.request, http::status::ok, TableCsv(call.link().database(), query), "text/csv");
+  response.set(http::field::content_disposition, Attachment(query.table + ".csv"));
   return response;
 }
 
+// One page of each folder's files, by name: a preview recorded for hours
+// leaves more files than a page should list at once.
 Response MediaList(const Call& call) {
+  constexpr long kDefaultPage = 50, kMaxPage = 500;
+  const std::string only = call.target.Param("folder"), offsetText = call.target.Param("offset"),
+                    limitText = call.target.Param("limit");
+  const long offset = offsetText.empty() ? 0 : std::max(0L, std::stol(offsetText));
+  const long limit = limitText.empty() ? kDefaultPage : std::clamp(std::stol(limitText), 1L, kMaxPage);
   json folders = json::object();
   for (const char* folder : kMediaFolders) {
-    json files = json::array();
+    if (!only.empty() && only != folder) continue;
+    std::vector<std::pair<std::string, std::uintmax_t>> files;
     std::error_code ec;
     for (const auto& entry : fs::directory_iterator(call.link().dir() / folder, ec))
-      if (fs::is_regular_file(entry.symlink_status(ec)))
-        files.push_back(json{{"name", call.link().ForPage(entry.path().filename().string())},
-                             {"size", entry.file_size(ec)}});
-    std::sort(files.begin(), files.end(), [](const json& a, const json& b) { return a["name"] < b["name"]; });
-    folders[folder] = files;
+      if (fs::is_regular_file(entry.symlink_status(ec))) files.emplace_back(entry.path().filename().string(), entry.file_size(ec));
+    std::sort(files.begin(), files.end());
+    json page = json::array();
+    for (long i = offset; i < static_cast<long>(files.size()) && i < offset + limit; ++i)
+      page.push_back(json{{"name", call.link().ForPage(files[i].first)}, {"size", files[i].second}});
+    folders[folder] = json{{"total", files.size()}, {"offset", offset}, {"files", page}};
   }
   return Json(call.request, folders);
 }
@@ -223,6 +239,24 @@ Response MediaFile(const Call& call) {
   if (!type || call.target.Param("download") == "1")
     response.set(http::field::content_disposition, Attachment(name));
   return response;
+}
+
+// The player's buttons: the order, and the seek's seconds or the quality.
+Response OrderClip(const Call& call, const json& body) {
+  static const std::pair<const char*, host::PlaybackOrder> kOrders[] = {
+      {"play", host::PlaybackOrder::Play},      {"pause", host::PlaybackOrder::Pause},
+      {"next", host::PlaybackOrder::Next},      {"previous", host::PlaybackOrder::Previous},
+      {"seek", host::PlaybackOrder::Seek},      {"quality", host::PlaybackOrder::Quality},
+      {"close", host::PlaybackOrder::Close}};
+  const std::string name = body.value("order", "");
+  const auto it = std::find_if(std::begin(kOrders), std::end(kOrders), [&](const auto& o) { return name == o.first; });
+  if (it == std::end(kOrders)) return Error(call.request, http::status::bad_request, "unknown order '" + name + "'");
+  const double value = body.value("value", 0.0);
+  // A time or a quality is a plain number: it becomes the text of a request.
+  if (!std::isfinite(value) || value < 0 || value > 1e6)
+    return Error(call.request, http::status::bad_request, "value: a number from 0 to 1000000");
+  call.link().OrderClip(it->second, value);
+  return Json(call.request, json::object());
 }
 
 Response Route(const Call& call, const fs::path* upload) {
@@ -250,6 +284,16 @@ Response Route(const Call& call, const fs::path* upload) {
   }
   if (path == "/api/preview/stop") {
     call.link().StopPreview();
+    return Json(call.request, json::object());
+  }
+  if (path == "/api/playback") return OrderClip(call, json::parse(call.request.body()));
+  if (path == "/api/record") {
+    call.link().Record(json::parse(call.request.body()).at("on").get<bool>());
+    return Json(call.request, json::object());
+  }
+  if (path == "/api/cancel") {
+    const json body = json::parse(call.request.body());
+    call.link().Cancel(body.at("id").get<int>());
     return Json(call.request, json::object());
   }
   if (path == "/api/send-row") {
@@ -283,7 +327,8 @@ std::optional<std::uint64_t> BodyLimit(http::verb method, const std::string& pat
   static const std::set<std::string> kGets = {"/", "/index.html", "/app.js", "/style.css", "/api/commands",
                                               "/api/tables", "/api/table", "/api/csv", "/api/media", "/api/media/file"};
   static const std::set<std::string> kPosts = {"/api/run", "/api/preview/stop", "/api/send-row", "/api/connect",
-                                               "/api/disconnect"};
+                                               "/api/disconnect", "/api/cancel", "/api/playback",
+                                               "/api/record"};
   if (method == http::verb::get && kGets.contains(path)) return 0;
   if (method == http::verb::post && kPosts.contains(path)) return kJsonLimit;
   if (method == http::verb::post && TakesFile(path)) return kFileLimit;

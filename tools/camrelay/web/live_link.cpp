@@ -159,10 +159,15 @@ int LiveLink::Run(host::Command command) {
   if (!client_.Status().linked) throw host::UsageError("the console is not connected to a unit: press Connect");
   host::CheckSource(command, link_.database, haveDatabase_, done_);
   if (ArgumentIsSecret(command.op)) console_.AddSecret(command.argument);
-  if (command.op == host::Op::Preview && preview_) throw host::UsageError("preview: a preview is already running");
+  const bool held = command.op == host::Op::Preview || command.op == host::Op::Playback;
+  if (held && (preview_ || clip_))
+    throw host::UsageError(command.name + ": " + (preview_ ? "a preview is running: stop it first"
+                                                           : "a clip is open: close it first"));
+  if (command.op == host::Op::Playback) command.images = 0;  // held by hand
   Job job;
   job.id = nextId_++;
   job.action = host::MakeAction(command);
+  job.action->Record(record_);
   job.staleRefusal = client_.Status().lastOutcome == RequestOutcome::UnitError;
   PublishJob(job, "queued");
   const int refusedBefore = client_.Status().requestsRefused;
@@ -171,6 +176,10 @@ int LiveLink::Run(host::Command command) {
   if (command.op == host::Op::Preview) {
     preview_ = std::move(job);
     return preview_->id;
+  }
+  if (command.op == host::Op::Playback) {
+    clip_ = std::move(job);
+    return clip_->id;
   }
   if (client_.Status().requestsRefused > refusedBefore) {
     PublishJob(job, "refused", "the same request is already waiting in the queue");
@@ -201,6 +210,7 @@ void LiveLink::Disconnect() {
   // The requests went with the link: their jobs end here.
   for (Job& job : jobs_) job.error = "the link was closed before it was sent";
   if (preview_) preview_->stopped = true;
+  if (clip_) clip_->error = "the link was closed";
   while (!jobs_.empty()) {
     Job job = std::move(jobs_.front());
     jobs_.pop_front();
@@ -210,10 +220,95 @@ void LiveLink::Disconnect() {
   publish_(UnitMessage());
 }
 
+void LiveLink::OrderClip(host::PlaybackOrder order, double value) {
+  if (!clip_) throw host::UsageError("playback: no clip is open");
+  bool taken = false;
+  As(*clip_, [&] { taken = clip_->action->Order(context_, order, value); });
+  if (!taken) throw host::UsageError("playback: the clip is closing");
+  boost::asio::post(io_, [this] { Settle(); });
+}
+
+void LiveLink::Record(bool on) {
+  record_ = on;
+  for (Job* held : {preview_ ? &*preview_ : nullptr, clip_ ? &*clip_ : nullptr})
+    if (held) held->action->Record(on);
+  publish_(RecordMessage());
+}
+
+json LiveLink::RecordMessage() const { return json{{"type", "record"}, {"on", record_}}; }
+
+// The job that holds the preview requests now: the preview, or the clip.
+LiveLink::Job* LiveLink::Held() {
+  if (preview_) return &*preview_;
+  return clip_ ? &*clip_ : nullptr;
+}
+
 void LiveLink::StopPreview() {
   if (!preview_) return;
   preview_->stopped = true;
   client_.FermaPreview();
+}
+
+LiveLink::Job* LiveLink::FindJob(int id) {
+  const auto it = std::find_if(jobs_.begin(), jobs_.end(), [id](const Job& j) { return j.id == id; });
+  return it == jobs_.end() ? nullptr : &*it;
+}
+
+// Where a job's request stands in the link's queue, from 1 (the head); 0
+// when it is not there. Jobs hold their requests in queue order, and the
+// preview's requests come and go between them.
+int LiveLink::QueuePosition(const Job& job) {
+  int ahead = 0;
+  for (const Job& other : jobs_) {
+    if (&other == &job) break;
+    if (other.inQueue) ++ahead;
+  }
+  if (!job.inQueue) return 0;
+  const std::vector<QueuedRequest> queue = client_.Status().queue;
+  for (std::size_t i = 0; i < queue.size(); ++i)
+    if (!IsPreviewRequest(queue[i]) && ahead-- == 0) return static_cast<int>(i) + 1;
+  return 0;
+}
+
+void LiveLink::Cancel(int id) {
+  if (preview_ && preview_->id == id) return StopPreview();
+  if (clip_ && clip_->id == id) return OrderClip(host::PlaybackOrder::Close, 0);
+  Job* job = FindJob(id);
+  const int position = job ? QueuePosition(*job) : 0;
+  if (position == 0) throw host::UsageError("cancel: that job is over, or its request has left the queue");
+  const LinkStatus before = client_.Status();
+  const int othersWaiting = static_cast<int>(before.queue.size()) - 1;
+  std::string kept = othersWaiting == 0 ? "nothing else was waiting"
+                                        : std::to_string(othersWaiting) + " other request" +
+                                              (othersWaiting == 1 ? " stays" : "s stay") + " queued";
+  // Marked first: taking the head out serves the next request at once, and
+  // the jobs settle inside that call.
+  job->inQueue = false;
+  if (position == 1) {
+    const bool counting = before.packetsExpected > 0;
+    job->cancelled = "abandoned while running" +
+                     (counting ? " after " + std::to_string(before.packetsDone) + " of " +
+                                     std::to_string(before.packetsExpected) + " packets"
+                               : std::string()) +
+                     "; " + kept;
+    client_.AnnullaRichiesta();
+  } else {
+    job->cancelled = "taken out of the queue before it was sent; " + kept;
+  }
+  if (!client_.WithdrawRequest(position)) {
+    if ((job = FindJob(id))) {
+      job->inQueue = true;
+      job->cancelled.reset();
+    }
+    throw host::UsageError("cancel: the link would not let the request go");
+  }
+  const auto it = std::find_if(jobs_.begin(), jobs_.end(), [id](const Job& j) { return j.id == id; });
+  if (it != jobs_.end()) {
+    Job done = std::move(*it);
+    jobs_.erase(it);
+    Finish(done);
+  }
+  Settle();
 }
 
 bool LiveLink::SendRow(const std::string& text) {
@@ -238,11 +333,12 @@ void LiveLink::OnState(StatoConnessioneEnum stato) {
   // A request that left the queue hands the link to the next: its states
   // are the next one's.
   Settle();
-  if (preview_ && IsPreviewState(stato)) {
-    As(*preview_, [&] { preview_->action->OnState(context_, stato); });
+  if (Job* held = Held(); held && IsPreviewState(stato)) {
+    const char* source = preview_ && held == &*preview_ ? "preview" : "playback";
+    As(*held, [&] { held->action->OnState(context_, stato); });
     if (stato == cRicezionePreViewOK) {
-      ++preview_->images;
-      PublishImage("preview");
+      ++held->images;
+      PublishImage(source);
     }
   } else if (!jobs_.empty()) {
     Job& job = jobs_.front();
@@ -279,6 +375,11 @@ void LiveLink::Settle() {
     preview_.reset();
     Finish(job);
   }
+  if (clip_ && (!client_.Status().linked || clip_->action->HeldOver(context_))) {
+    Job job = std::move(*clip_);
+    clip_.reset();
+    Finish(job);
+  }
 }
 
 // A camera the unit does not have answers "Reg Error" every time it is
@@ -311,6 +412,10 @@ void LiveLink::Finish(Job& job) {
   As(job, [&] { failure = job.action->Finish(context_, job.error); });
   if (job.stopped) {
     PublishJob(job, "done", "stopped after " + std::to_string(job.images) + " images");
+    return;
+  }
+  if (job.cancelled) {
+    PublishJob(job, "cancelled", *job.cancelled);
     return;
   }
   if (failure)
@@ -463,6 +568,8 @@ std::vector<json> LiveLink::Welcome() {
     for (const json& message : *list) messages.push_back(message);
   for (const Job& job : jobs_) messages.push_back(JobMessage(job, "queued", ""));
   if (preview_) messages.push_back(JobMessage(*preview_, "queued", ""));
+  if (clip_) messages.push_back(JobMessage(*clip_, "running", ""));
+  messages.push_back(RecordMessage());
   return messages;
 }
 

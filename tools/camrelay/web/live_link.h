@@ -37,8 +37,14 @@ class LiveLink {
   std::optional<std::string> Open();
 
   // A command of the command table, checked as the command line checks it
-  // (throws host::UsageError). Returns the job's number.
+  // (throws host::UsageError). Returns the job's number. A playback opens
+  // the clip held by hand: it moves on the page's orders until closed.
   int Run(host::Command command);
+  // An order to the clip held open; throws host::UsageError when none is.
+  void OrderClip(host::PlaybackOrder order, double value);
+  // Whether the preview's images and the clip's frames are saved from now
+  // on; off at first, so that watching does not fill the disk.
+  void Record(bool on);
   // Sets the link up again for this unit (an empty host, a port of 0 or an
   // empty code keep the one in use); what was queued is dropped, its jobs
   // failed. The reason when the link cannot be set up.
@@ -47,6 +53,10 @@ class LiveLink {
   void Disconnect();
   // Stops the preview the page started.
   void StopPreview();
+  // Cancels a job: a request in hand is abandoned, one waiting is taken out
+  // of the queue; the others stay queued. Throws host::UsageError when the
+  // job is over or its request cannot be taken back.
+  void Cancel(int id);
   // The panel's send row: the typed text goes out through the panel's own
   // button, which sends on UDP only. False on TCP.
   bool SendRow(const std::string& text);
@@ -70,6 +80,7 @@ class LiveLink {
     int images = 0;  // preview only
     bool stopped = false;
     bool staleRefusal = false;  // preview only: the link's last outcome was a refusal before it began
+    std::optional<std::string> cancelled;  // what the cancel did, and what it kept
   };
 
   void OnState(StatoConnessioneEnum stato);
@@ -84,9 +95,13 @@ class LiveLink {
   void PublishPanel();
   void PublishSummary();
   nlohmann::json UnitMessage();
+  nlohmann::json RecordMessage() const;
+  Job* Held();
   void CheckPreviewRefused();
   void PublishProgress();
   int WaitingRequests();
+  int QueuePosition(const Job& job);
+  Job* FindJob(int id);
   template <typename F>
   void As(Job& job, F&& body);
 
@@ -106,6 +121,8 @@ class LiveLink {
   int nextId_ = 1;
   std::deque<Job> jobs_;       // in the order of their requests in the link's queue
   std::optional<Job> preview_;
+  std::optional<Job> clip_;    // a clip held open by hand
+  bool record_ = false;
   Job* speaking_ = nullptr;    // the job whose action runs now, for its lines
   nlohmann::json panel_;       // the panel as last published
   nlohmann::json summary_;     // the summary as last published

@@ -27,7 +27,8 @@ nlohmann::json TablePage(store::DataVideo& db, const TableQuery& query);
 // The standard tables' names.
 nlohmann::json TableNames();
 
-// The whole table as the command line's dump writes it.
-std::string TableCsv(store::DataVideo& db, const std::string& table);
+// Every row the query selects (its offset and limit aside), in its order,
+// as the command line's dump writes a table.
+std::string TableCsv(store::DataVideo& db, const TableQuery& query);
 
 }  // namespace camrelay::web

@@ -108,9 +108,15 @@ function showJob(job) {
     parts.push(' ', bar);
   }
   if (job.message) parts.push(`: ${job.message}`);
+  // A job of the server's (a number) may be taken back while it waits or runs.
+  if ((job.status === 'running' || job.status === 'queued') && typeof job.id === 'number') {
+    parts.push(' ', element('button', { type: 'button', class: 'cancel', text: 'Cancel',
+      onclick: () => post('/api/cancel', { id: job.id }).catch((error) => alert(error.message)) }));
+  }
   item.replaceChildren(...parts);
   if (job.lines.length) item.append(element('pre', { class: 'lines', text: job.lines.join('\n') }));
-  if (job.status === 'done' && ['download-media', 'stream-image', 'preview'].includes(job.command)) loadMedia();
+  if (job.command === 'playback') showClip(job);
+  if (job.status === 'done' && ['download-media', 'stream-image', 'preview', 'playback'].includes(job.command)) loadMedia();
   if (job.status === 'done' && job.command.startsWith('download-')) loadTable();
 }
 
@@ -220,7 +226,7 @@ function commandRow(info) {
     chooser.addEventListener('change', () => chooser.files.length && pickFirmware(chooser.files[0]));
     return element('div', { class: 'command' }, button, chooser);
   }
-  if (info.name === 'preview') return null;  // the preview card drives it
+  if (info.name === 'preview' || info.name === 'playback') return null;  // their cards drive them
   const type = /code/.test(info.name) ? 'password' : 'text';
   const input = info.argument
     ? element('input', { type, placeholder: info.argument, title: info.argumentHelp, 'data-argument': info.name })
@@ -257,7 +263,11 @@ $('previewForm').addEventListener('submit', (event) => {
 });
 $('previewStop').addEventListener('click', () => post('/api/preview/stop', {}));
 
+$('record').addEventListener('change', () =>
+  post('/api/record', { on: $('record').checked }).catch((error) => alert(error.message)));
+
 function showImage(message) {
+  if (message.source === 'playback') return showFrame(message);
   const key = message.source === 'preview' ? `camera ${message.camera}` : 'stream image';
   let figure = document.querySelector(`#images figure[data-key="${key}"]`);
   if (!figure) {
@@ -268,17 +278,80 @@ function showImage(message) {
   figure.querySelector('figcaption').textContent = `${key}, ${message.time}`;
 }
 
-async function loadMedia() {
-  const folders = await get('/api/media');
-  const lists = Object.entries(folders).map(([folder, files]) => element('div', {},
-    element('h4', { text: `${folder}/ (${files.length})` }),
+// Each folder is shown a page at a time: recording fills Snapshot/ fast.
+const mediaPages = { Snapshot: 0, VideoAvi: 0 };
+const mediaPage = 50;
+
+function mediaFolder(folder, listing) {
+  const { total, offset, files } = listing;
+  const move = (by) => () => {
+    mediaPages[folder] = Math.max(0, offset + by);
+    loadMedia();
+  };
+  const pager = element('span', { class: 'pager' },
+    element('button', { type: 'button', 'data-page': `${folder}-prev`, onclick: move(-mediaPage) }, '<'),
+    ` ${total ? offset + 1 : 0}–${offset + files.length} of ${total} `,
+    element('button', { type: 'button', 'data-page': `${folder}-next`, onclick: move(mediaPage) }, '>'));
+  pager.querySelector('button').disabled = offset === 0;
+  pager.querySelector('button:last-child').disabled = offset + files.length >= total;
+  return element('div', { 'data-folder': folder },
+    element('h4', {}, `${folder}/ `, pager),
     element('ul', {}, ...files.map((f) => element('li', {},
       element('a', { href: api('/api/media/file', { folder, name: f.name }), target: '_blank', text: f.name }),
       ` ${f.size} bytes `,
-      element('a', { href: api('/api/media/file', { folder, name: f.name, download: 1 }), text: 'download' }))))));
+      element('a', { href: api('/api/media/file', { folder, name: f.name, download: 1 }), text: 'download' })))));
+}
+
+async function loadMedia() {
+  const lists = [];
+  for (const folder of Object.keys(mediaPages)) {
+    const answer = await get('/api/media', { folder, offset: mediaPages[folder], limit: mediaPage });
+    const listing = answer[folder];
+    // Files went away since: back to the last page that has some.
+    if (listing.offset > 0 && listing.offset >= listing.total) {
+      mediaPages[folder] = Math.max(0, Math.floor((listing.total - 1) / mediaPage) * mediaPage);
+      return loadMedia();
+    }
+    lists.push(mediaFolder(folder, listing));
+  }
   $('media').replaceChildren(...lists);
 }
 $('mediaRefresh').addEventListener('click', loadMedia);
+
+// ---- Playback of a clip recorded on the unit. -------------------------------------
+
+function openClip(name) {
+  $('clipName').value = name;
+  $('clipImage').hidden = true;
+  $('clipCaption').textContent = '';
+  run('playback', name);
+}
+
+$('clipForm').addEventListener('submit', (event) => {
+  event.preventDefault();
+  if ($('clipName').value.trim()) openClip($('clipName').value.trim());
+});
+
+for (const button of document.querySelectorAll('#clipControls [data-order]')) {
+  button.addEventListener('click', () => {
+    const order = button.dataset.order;
+    const value = order === 'seek' ? Number($('clipSeek').value) : order === 'quality' ? Number($('clipQuality').value) : 0;
+    post('/api/playback', { order, value }).catch((error) => { $('clipState').textContent = error.message; });
+  });
+}
+
+// Each frame as it arrives.
+function showFrame(message) {
+  $('clipImage').src = `data:image/jpeg;base64,${message.jpeg}`;
+  $('clipImage').hidden = false;
+  $('clipCaption').textContent = `frame of ${message.time}`;
+}
+
+function showClip(job) {
+  const open = job.status === 'queued' || job.status === 'running';
+  $('clipState').className = job.status;
+  $('clipState').textContent = open ? `${job.argument} open` : `${job.argument}: ${job.status}${job.message ? ': ' + job.message : ''}`;
+}
 
 // ---- The database. -----------------------------------------------------------------
 
@@ -303,11 +376,29 @@ async function loadTable() {
     return th;
   }));
   $('table').tHead.replaceChildren(head);
-  $('table').tBodies[0].replaceChildren(...page.rows.map((row) => element('tr', {}, ...row.map((value) =>
-    value === null ? element('td', { class: 'null', text: 'Null' }) : element('td', { text: value })))));
+  $('table').tBodies[0].replaceChildren(...page.rows.map((row) => element('tr', {}, ...row.map(cell))));
   const last = Math.min(table.offset + page.rows.length, table.total);
   $('tablePosition').textContent = `${table.total ? table.offset + 1 : 0}–${last} of ${table.total}`;
-  $('tableCsv').href = api('/api/csv', { name: table.name });
+  // The export is what the table shows: the same filter and order.
+  $('tableCsv').href = api('/api/csv', { name: table.name, sort: table.sort, desc: table.desc ? 1 : 0,
+                                         filter: table.filter });
+}
+
+// A snapshot or a clip an event names is fetched from the unit with a
+// click; a clip can be played there instead.
+const mediaName = /^[^\\/:]+\.(jpe?g|avi)$/i;
+
+function cell(value) {
+  if (value === null) return element('td', { class: 'null', text: 'Null' });
+  if (!mediaName.test(value)) return element('td', { text: value });
+  const fetchIt = element('a', { href: '#', 'data-fetch': value, title: 'Fetch this file from the unit', text: value,
+                                 onclick: (event) => { event.preventDefault(); run('download-media', value); } });
+  const td = element('td', {}, fetchIt);
+  if (/\.avi$/i.test(value)) {
+    td.append(' ', element('button', { type: 'button', 'data-play': value, title: 'Play it on the unit', text: 'Play',
+                                       onclick: () => openClip(value) }));
+  }
+  return td;
 }
 
 async function loadTables() {
@@ -354,7 +445,8 @@ function showDebug(message) {
 }
 
 const handlers = { panel: (m) => applyPanel(m.fields), state: showState, debug: showDebug, job: showJob,
-                   image: showImage, unit: showUnit, summary: showSummary };
+                   image: showImage, unit: showUnit, summary: showSummary,
+                   record: (m) => { $('record').checked = m.on; } };
 
 // While the console is gone nothing can be asked of it: the page says so and
 // its controls wait until it is back.
