@@ -402,7 +402,15 @@ int AddNewRecords(const std::vector<std::string>& Dati, DataVideo& db, std::stri
   // A trial store tells how the records arrive once converted, compared as
   // the table holds them; it is rolled back, and the store proper passes
   // over the records already held.
-  const auto trial = StoreOnce(Dati, db, table, 0, false, nullptr);
+  // Its reports are told only when it fails as a whole (the database lost
+  // on the way): the store proper reports each record again otherwise.
+  struct : DebugSink {
+    std::vector<std::string> lines;
+    void CreateEventOnDebug(const std::string& Message) override { lines.push_back(Message); }
+  } trialReports;
+  const auto trial = StoreOnce(Dati, db, table, 0, false, &trialReports);
+  if (!trial && Form)
+    for (const std::string& line : trialReports.lines) Form->CreateEventOnDebug(line);
   if (!trial || trial->size() < held.size()) return 0;
   const std::span<const HeldRow> received = std::span<const HeldRow>(*trial).subspan(held.size());
   const std::size_t already = Overlap(std::span<const HeldRow>(held), received);

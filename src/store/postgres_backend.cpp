@@ -141,6 +141,9 @@ class Session {
     text += ";\nRELEASE SAVEPOINT camrelay_batch";
     Result ignored(nullptr, PQclear);
     if (Send(text, ignored).empty()) return;
+    // A lost connection took the transaction with it: there is nothing to
+    // send again, and the store hears of the loss as the transaction ended.
+    if (PQstatus(conn_) != CONNECTION_OK) return;
     Send("ROLLBACK TO SAVEPOINT camrelay_batch; RELEASE SAVEPOINT camrelay_batch", ignored);
     for (const HeldInsert& insert : batch) {
       try {
