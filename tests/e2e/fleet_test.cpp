@@ -363,7 +363,8 @@ TEST_F(ServerFleet, ARoundIsRefusedToAFleetFileOfOtherUnits) {
 }
 
 // However many links --parallel allows, a fleet opens no more server
-// connections than --db-connections: the other units wait for their turn.
+// connections than --db-connections: the links run, and their stores wait
+// for a connection.
 TEST_F(ServerFleet, ConnectionsStayWithinTheirLimit) {
   StartUnits(12);
   std::string text = kHeader;
