@@ -141,6 +141,14 @@ class clsClient {
   // reads it back) instead of LocalPort; the settings file keeps the port it
   // holds. Takes effect at the next Connetti and survives link rebuilds.
   void PortaLocaleLibera(bool libera);
+  // Where the store of a completed download runs: by default on the loop,
+  // before the link goes on. A host whose database is a distant server
+  // hands `work` to threads of its own, so that the links on its loop do not
+  // wait for one another's rows, and posts `then` back to the loop once
+  // `work` has run; the link waits for it. Takes effect at the next Connetti
+  // and survives link rebuilds.
+  using StoreRunner = std::function<void(std::function<void()> work, std::function<void()> then)>;
+  void RunStoresWith(StoreRunner runner);
 
   // What the link is doing and how its last request ended.
   LinkStatus Status() const;
@@ -186,6 +194,7 @@ class clsClient {
   int timeoutLong_ = 0, timeoutShort_ = 0, retries_ = 0;
   bool usaFileImpostazioni_ = true;
   bool portaLocaleLibera_ = false;
+  StoreRunner storeRunner_;
   // How the last request of a link that was taken down ended.
   RequestOutcome retiredOutcome_ = RequestOutcome::None;
   int retiredRequestsEnded_ = 0;

@@ -44,6 +44,7 @@ struct LinkStatus {
   long long mediaBytes = 0;
   std::vector<QueuedRequest> queue;        // the head, being served, first
   bool awaitingReply = false;              // the reply timer runs
+  bool storing = false;                    // a download is being stored; the link waits for it
   int replyWithinMs = 0;                   // the interval the reply timer counts
   int attempts = 0;                        // attempts of the request in hand so far
   int timeoutLongMs = 0;

@@ -386,6 +386,7 @@ void clsClient::Connetti(const std::string& RemoteHost, int RemotePort, int Loca
     frm_->DelayLoadDataFromDB = delayLoadDataFromDB_;
     frm_->PwdCrypted = true;
     frm_->Timing = {timeoutLong_, timeoutShort_, retries_};
+    frm_->RunStore = storeRunner_;
     frm_->WskProtocol(WinsockProtocol);
 
     if (WinsockProtocol == sckTCPProtocol || frm_->Winsock1->localPort() >= 1) {
@@ -462,6 +463,7 @@ LinkStatus clsClient::Status() const {
   for (std::size_t i = 1; i < f.Richieste.size(); ++i)
     status.queue.push_back({f.Richieste[i].Tipo, f.Richieste[i].Parametro});
   status.awaitingReply = f.tmrTimeOut && f.tmrTimeOut->enabled();
+  status.storing = f.StoreInFlight;
   status.replyWithinMs = status.awaitingReply ? f.tmrTimeOut->interval() : 0;
   status.attempts = f.TentativiTimeOut;
   status.timeoutLongMs = f.TimeOutLungo;
@@ -492,6 +494,8 @@ void clsClient::ImpostaTempiRisposta(int timeoutLongMs, int timeoutShortMs, int 
 void clsClient::UsaFileImpostazioni(bool usa) { usaFileImpostazioni_ = usa; }
 
 void clsClient::PortaLocaleLibera(bool libera) { portaLocaleLibera_ = libera; }
+
+void clsClient::RunStoresWith(StoreRunner runner) { storeRunner_ = std::move(runner); }
 
 // ---- The rebuild of the link. ------------------------------------------------------
 

@@ -2,6 +2,7 @@
 // that can be made before the unit is contacted.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -30,6 +31,9 @@ struct LinkOptions {
   int timeoutShort = 0;
   int retries = 0;
   bool settingsFile = true;  // false: the settings file is neither read nor written
+  // Where the link's downloads are stored (clsClient::RunStoresWith);
+  // unset: on the loop.
+  std::function<void(std::function<void()> work, std::function<void()> then)> storeRunner;
 };
 
 struct OutputOptions {

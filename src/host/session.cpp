@@ -138,6 +138,7 @@ void UnitRun::Report() {
 std::optional<std::string> OpenLink(clsClient& client, const LinkOptions& link, const std::string& code,
                                     const std::string& lastDebug) {
   client.ImpostaTempiRisposta(link.timeoutLong, link.timeoutShort, link.retries);
+  client.RunStoresWith(link.storeRunner);
   client.PortaLocaleLibera(link.anyLocalPort);
   client.Connetti(link.host, link.port, link.localPort, false, link.tcp ? sckTCPProtocol : sckUDPProtocol,
                   link.dir);
@@ -311,7 +312,8 @@ void UnitRun::WatchProgress(Clock::time_point now) {
 void UnitRun::WatchStall(Clock::time_point now) {
   const LinkStatus status = client_.Status();
   const bool waiting = !status.queue.empty() || status.operation != cNoOperation;
-  if (!status.linked || !waiting || status.awaitingReply) {
+  // A link waiting for its store waits for the database, not the unit.
+  if (!status.linked || !waiting || status.awaitingReply || status.storing) {
     stalledSince_.reset();
     return;
   }

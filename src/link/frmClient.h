@@ -188,6 +188,16 @@ class frmClient : public DebugSink {
   int RequestsEnded = 0;  // requests that left the queue through EndRequest
   // Records the last log or camera-event download added to its table.
   int RecordsNew = 0;
+  // Where a completed download is stored: `work` touches only the database
+  // and what it was handed, `then` goes on with the link and must run on
+  // the link's loop. Unset, both run at once, one after the other; a host
+  // whose database is a distant server runs `work` on threads of its own,
+  // so that no link on the loop waits for another's rows.
+  std::function<void(std::function<void()> work, std::function<void()> then)> RunStore;
+  // A store handed to RunStore has not come back yet: the link waits.
+  bool StoreInFlight = false;
+  // Form_Unload has run: a store coming back finds nothing to go on with.
+  bool Unloaded = false;
   bool bPwdCryptedAccettata = false;  // the scrambled code has been accepted
   bool bReportPwdCrypted = true;      // report its acceptance or refusal
   std::string sStringaConnDB;
@@ -297,13 +307,17 @@ class frmClient : public DebugSink {
   std::string StringaConnDB() const;
   void StringaConnDB(const std::string& value);
   store::DataVideo& Database() { return *db_; }
+  std::shared_ptr<store::DataVideo> SharedDatabase() const { return db_; }
 
   // ---- Diagnostic panel (panel/panel.cpp). ----------------------------------
   void CmdSendStr_Click();
 
   Platform& platform() { return *platform_; }
+  // Lives as long as the form: what comes back to it later checks it first.
+  std::weak_ptr<void> Alive() const { return alive_; }
 
  private:
+  std::shared_ptr<int> alive_ = std::make_shared<int>(0);
   std::shared_ptr<Platform> platform_;
   std::shared_ptr<store::DataVideo> db_;
 };

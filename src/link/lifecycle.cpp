@@ -57,6 +57,7 @@ void frmClient::Form_Load() {
 }
 
 void frmClient::Form_Unload() {
+  Unloaded = true;
   IgnoringErrors([&] {
     // A media file cut short by the host is never finished: its partial
     // copy goes with the link.

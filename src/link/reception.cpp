@@ -37,34 +37,85 @@ std::optional<int> CompletionState(const std::string& tipo) {
   return type.completed;
 }
 
-}  // namespace
-
-// The log and camera events are stored here, only what is new, and their
-// packets stay in StringaPar too until the next acceptance resizes it.
-void CompleteTransfer(frmClient& form, const std::string& tipo) {
-  form.tmrTimeOut->setEnabled(false);
-  if (IsImageType(tipo)) {
-    form.CompletePreviewImage();
-    return;
-  }
-  const Payload payload = TypeOf(tipo).payload;
-  if (payload == Payload::Programming) {
-    store::SaveVideoSentrovaDB(form.StringaPar, form.Database(), &form);
-  } else if (payload == Payload::Voice) {
-    store::SaveMessaggiWave(form.StringaPar, fs::path(form.BaseDir()) / "Audio", &form);
-  } else if (tipo == tipo::EraseLog || tipo == tipo::DownloadLog || tipo == tipo::DownloadCamEvents) {
-    const char* table = tipo == tipo::DownloadCamEvents ? "CamEvents" : "Registro_eventi";
-    form.RecordsNew = store::AddNewRecords(form.StringaPar, form.Database(), table, &form);
-  } else if (payload == Payload::Command) {
-    form.StringaRicevuta =
-        CreaStringaComando(form.StringaPar, form.IsTCP() ? sckTCPProtocol : sckUDPProtocol, &form);
-  }
+// What a completed download leaves to do once it is stored: the state it
+// reports, and the request it ends.
+void AfterStore(frmClient& form, const std::string& tipo) {
   if (const auto stato = CompletionState(tipo)) {
     form.Stato = *stato;
     form.RaiseStato(*stato);
   }
   form.Stato = cNoOperation;
   form.EndRequest(RequestOutcome::Completed);
+}
+
+// A store that may run away from the link's loop: it has its own copy of
+// the packets and of the database handle, and keeps the lines it reports
+// until the link shows them.
+struct StoreJob : DebugSink {
+  StoreJob(const frmClient& form, std::string tipo)
+      : Dati(form.StringaPar), db(form.SharedDatabase()), tipo(std::move(tipo)) {}
+  void CreateEventOnDebug(const std::string& Message) override { lines.push_back(Message); }
+
+  void Run() {
+    if (TypeOf(tipo).payload == Payload::Programming) {
+      store::SaveVideoSentrovaDB(Dati, *db, this);
+    } else {
+      const char* table = tipo == tipo::DownloadCamEvents ? "CamEvents" : "Registro_eventi";
+      recordsNew = store::AddNewRecords(Dati, *db, table, this);
+    }
+  }
+
+  std::vector<std::string> Dati;
+  std::shared_ptr<store::DataVideo> db;
+  std::string tipo;
+  std::vector<std::string> lines;
+  int recordsNew = 0;
+};
+
+bool GoesToTheDatabase(const std::string& tipo) {
+  return TypeOf(tipo).payload == Payload::Programming || tipo == tipo::EraseLog || tipo == tipo::DownloadLog ||
+         tipo == tipo::DownloadCamEvents;
+}
+
+// The link waits for the store, taking nothing more from the unit, and goes
+// on once it is back; a link gone meanwhile hears nothing.
+void StoreThenGoOn(frmClient& form, const std::string& tipo) {
+  auto job = std::make_shared<StoreJob>(form, tipo);
+  form.StoreInFlight = true;
+  auto then = [&form, alive = form.Alive(), job] {
+    if (alive.expired() || form.Unloaded) return;
+    form.StoreInFlight = false;
+    for (const std::string& line : job->lines) form.CreateEventOnDebug(line);
+    if (TypeOf(job->tipo).payload != Payload::Programming) form.RecordsNew = job->recordsNew;
+    AfterStore(form, job->tipo);
+  };
+  if (!form.RunStore) {
+    job->Run();
+    return then();
+  }
+  form.RunStore([job] { job->Run(); }, std::move(then));
+}
+
+}  // namespace
+
+// The log and camera events are stored here, only what is new, and their
+// packets stay in StringaPar too until the next acceptance resizes it.
+void CompleteTransfer(frmClient& form, const std::string& tipo) {
+  if (form.StoreInFlight) return;
+  form.tmrTimeOut->setEnabled(false);
+  if (IsImageType(tipo)) {
+    form.CompletePreviewImage();
+    return;
+  }
+  const Payload payload = TypeOf(tipo).payload;
+  if (GoesToTheDatabase(tipo)) return StoreThenGoOn(form, tipo);
+  if (payload == Payload::Voice) {
+    store::SaveMessaggiWave(form.StringaPar, fs::path(form.BaseDir()) / "Audio", &form);
+  } else if (payload == Payload::Command) {
+    form.StringaRicevuta =
+        CreaStringaComando(form.StringaPar, form.IsTCP() ? sckTCPProtocol : sckUDPProtocol, &form);
+  }
+  AfterStore(form, tipo);
 }
 
 namespace {

@@ -42,8 +42,17 @@ class Insert {
   virtual ~Insert() = default;
   // values[i] goes to the i-th column the insert was prepared with. A
   // failure throws std::runtime_error and leaves nothing of the record; the
-  // transaction around it goes on.
+  // transaction around it goes on. Inside a transaction a server engine may
+  // hold the record back and send it with the next ones: its failure is
+  // then known only when Backend::Flush sends it.
   virtual void Run(const std::vector<const DbValue*>& values) = 0;
+};
+
+// A record held back that the engine would not store, with the tag that
+// was current when its insert ran.
+struct RefusedRecord {
+  long tag;
+  std::string reason;
 };
 
 class Backend {
@@ -72,6 +81,16 @@ class Backend {
   // Whether a transaction is open and can still be committed: false once
   // the engine ended it by itself (a full disk, a lost connection).
   virtual bool InTransaction() const = 0;
+
+  // Sends the records held back and returns those refused since the last
+  // call, each undone alone while the others are kept. Any other statement
+  // sends them first too, keeping their refusals for this call.
+  virtual std::vector<RefusedRecord> Flush() { return {}; }
+  // The tag the records inserted from now on are refused with.
+  virtual void TagInserts(long) {}
+  // How many exchanges with a server the engine has had: what a distant
+  // server makes slow. Always 0 for an embedded engine.
+  virtual long RoundTrips() const { return 0; }
 };
 
 // A name quoted as an SQL identifier, which both engines read the same way:

@@ -1,5 +1,6 @@
 #include "store/download.h"
 
+#include <algorithm>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -74,6 +75,15 @@ class RecordWriter {
  public:
   RecordWriter(DataVideo& db, DebugSink* form, std::string_view procedure)
       : db_(db), form_(form), procedure_(procedure) {}
+  ~RecordWriter() {
+    try {
+      EmitReports();
+    } catch (const std::exception&) {
+      // A form that cannot take a line has nothing to show it on.
+    }
+  }
+  RecordWriter(const RecordWriter&) = delete;
+  RecordWriter& operator=(const RecordWriter&) = delete;
 
   // 0 on entry, 1 once there is something to store, then per stage.
   int step = 0;
@@ -105,6 +115,7 @@ class RecordWriter {
     if (!inTransaction_ || db_.Handle().InTransaction()) return;
     ReportStep("the database ended the transaction by itself; nothing of this download was stored and the "
                "previous content is kept");
+    EmitReports();
     throw TransactionLost{};
   }
 
@@ -119,6 +130,7 @@ class RecordWriter {
   }
 
   void CloseAll() {
+    SendHeld();
     for (auto& entry : open_) entry.second.Close();
   }
 
@@ -149,8 +161,40 @@ class RecordWriter {
   }
 
  private:
-  void ReportStep(std::string_view description) {
-    Report(form_, procedure_ + " on line " + std::to_string(step), description);
+  // Reports wait, in the order of the lines they are about, for the
+  // records the engine held back: a record it refuses is reported after
+  // whatever else went wrong with its line, before the next line's.
+  void ReportStep(std::string_view description) { Hold(line_, step, std::string(description)); }
+
+  void Hold(long line, int atStep, std::string description) {
+    reports_.push_back({line, atStep, std::move(description)});
+    if (reports_.size() >= kMaxHeldReports) SendHeld();
+  }
+
+  // Sends the records held back, reports those refused, then every report
+  // waiting. A lost connection shows here as the transaction ended.
+  void SendHeld() {
+    if (inTransaction_ && !sending_) {
+      sending_ = true;
+      try {
+        for (RefusedRecord& refused : db_.Handle().Flush()) {
+          Hold(refused.tag, stepOfLine_.at(static_cast<std::size_t>(refused.tag)), std::move(refused.reason));
+          --stored;
+        }
+      } catch (const std::exception& e) {
+        Hold(line_, step, e.what());
+      }
+      sending_ = false;
+      CheckTransaction();
+    }
+    EmitReports();
+  }
+
+  void EmitReports() {
+    std::stable_sort(reports_.begin(), reports_.end(),
+                     [](const HeldReport& a, const HeldReport& b) { return a.line < b.line; });
+    for (const HeldReport& report : std::exchange(reports_, {}))
+      Report(form_, procedure_ + " on line " + std::to_string(report.step), report.description);
   }
 
   // The search for a line end starts at the second character, so a buffer
@@ -180,6 +224,9 @@ class RecordWriter {
   }
 
   void StoreLine(std::string_view line) {
+    line_ = static_cast<long>(stepOfLine_.size());
+    stepOfLine_.push_back(step);
+    if (inTransaction_) db_.Handle().TagInserts(line_);
     if (!ParseLine(line, record_)) return;
     if (skip > 0 && record_.table == skipTable) {
       --skip;
@@ -216,6 +263,20 @@ class RecordWriter {
   std::vector<std::pair<std::string, Recordset>> open_;
   RecordLine record_;
   bool inTransaction_ = false;
+
+  struct HeldReport {
+    long line;
+    int step;
+    std::string description;
+  };
+  // Enough to keep a batch of records whole, few enough that a unit
+  // sending nothing but bad lines cannot make them grow without end.
+  static constexpr std::size_t kMaxHeldReports = 1000;
+  std::vector<HeldReport> reports_;
+  // The line being stored, counted from 0, and the step of each line.
+  long line_ = 0;
+  std::vector<int> stepOfLine_;
+  bool sending_ = false;
 };
 
 // Opens the database when needed and starts the transaction of the whole
@@ -341,7 +402,15 @@ int AddNewRecords(const std::vector<std::string>& Dati, DataVideo& db, std::stri
   // A trial store tells how the records arrive once converted, compared as
   // the table holds them; it is rolled back, and the store proper passes
   // over the records already held.
-  const auto trial = StoreOnce(Dati, db, table, 0, false, nullptr);
+  // Its reports are told only when it fails as a whole (the database lost
+  // on the way): the store proper reports each record again otherwise.
+  struct : DebugSink {
+    std::vector<std::string> lines;
+    void CreateEventOnDebug(const std::string& Message) override { lines.push_back(Message); }
+  } trialReports;
+  const auto trial = StoreOnce(Dati, db, table, 0, false, &trialReports);
+  if (!trial && Form)
+    for (const std::string& line : trialReports.lines) Form->CreateEventOnDebug(line);
   if (!trial || trial->size() < held.size()) return 0;
   const std::span<const HeldRow> received = std::span<const HeldRow>(*trial).subspan(held.size());
   const std::size_t already = Overlap(std::span<const HeldRow>(held), received);

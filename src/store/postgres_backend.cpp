@@ -8,7 +8,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <numeric>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <set>
 #include <stdexcept>
+#include <thread>
+#include <utility>
 
 #include "store/commit_check.h"
 #include "store/schema.h"
@@ -93,6 +101,7 @@ class Session {
   // savepoint of their own, so that a failure undoes them alone and the
   // transaction goes on, as on the embedded engine.
   Result Run(const std::string& sql) {
+    SendHeld();
     bool guarded = PQtransactionStatus(conn_) == PQTRANS_INTRANS;
     std::string text =
         guarded ? "SAVEPOINT camrelay_statement; " + sql + ";\nRELEASE SAVEPOINT camrelay_statement" : sql;
@@ -105,10 +114,76 @@ class Session {
 
   // Runs sql as it is, without a savepoint of its own.
   void Plain(const std::string& sql) {
+    SendHeld();
     Result ignored(nullptr, PQclear);
     std::string error = Send(sql, ignored);
     if (!error.empty()) throw std::runtime_error(error);
   }
+
+  // Holds an insert of the open transaction back, to go with the next ones
+  // in one exchange: a distant server costs a round trip per exchange, not
+  // per record. What is held is bounded, and sent when it grows past that.
+  void Hold(std::string sql, const std::string& table) {
+    heldBytes_ += sql.size();
+    held_.push_back({std::move(sql), table, tag});
+    if (heldBytes_ > kMaxHeldBytes) SendHeld();
+  }
+
+  // Sends the inserts held, all under one savepoint. When one of them fails
+  // the savepoint undoes them all and they go again one by one, so that the
+  // refused ones are known by name and the others kept.
+  void SendHeld() {
+    if (held_.empty()) return;
+    std::vector<HeldInsert> batch = std::exchange(held_, {});
+    heldBytes_ = 0;
+    std::string text = "SAVEPOINT camrelay_batch";
+    for (const HeldInsert& insert : batch) text += ";\n" + insert.sql;
+    text += ";\nRELEASE SAVEPOINT camrelay_batch";
+    Result ignored(nullptr, PQclear);
+    if (Send(text, ignored).empty()) return;
+    // A lost connection took the transaction with it: there is nothing to
+    // send again, and the store hears of the loss as the transaction ended.
+    if (PQstatus(conn_) != CONNECTION_OK) return;
+    Send("ROLLBACK TO SAVEPOINT camrelay_batch; RELEASE SAVEPOINT camrelay_batch", ignored);
+    for (const HeldInsert& insert : batch) {
+      try {
+        Run(insert.sql);
+      } catch (const std::exception& e) {
+        refused_.push_back({insert.tag, insert.table + ": " + e.what()});
+      }
+    }
+  }
+
+  std::vector<RefusedRecord> TakeRefused() {
+    SendHeld();
+    return std::exchange(refused_, {});
+  }
+
+  // For a rollback, which undoes them anyway.
+  void DropHeld(bool refusedToo) {
+    held_.clear();
+    heldBytes_ = 0;
+    if (refusedToo) refused_.clear();
+  }
+
+  long roundTrips() const { return roundTrips_; }
+  bool Holding() const { return !held_.empty(); }
+
+  // What every connection is set to: the server's notices ("already
+  // exists, skipping") are not for the user; dates come back in the form
+  // the store reads.
+  void Setup() {
+    PQsetNoticeProcessor(conn_, [](void*, const char*) {}, nullptr);
+    Plain("SET DateStyle = 'ISO, YMD'; SET extra_float_digits = 1");
+    searchPath.clear();
+  }
+
+  // The schema the connection looks names up in, quoted; "" for the
+  // server's default.
+  std::string searchPath;
+
+  // The tag of the inserts held from now on.
+  long tag = 0;
 
   std::string Literal(std::string_view text) const {
     char* escaped = PQescapeLiteral(conn_, text.data(), text.size());
@@ -121,6 +196,7 @@ class Session {
  private:
   // The first failure's description, "" when every statement ran.
   std::string Send(const std::string& text, Result& rows) {
+    ++roundTrips_;
     if (!PQsendQuery(conn_, text.c_str())) return FirstLine(PQerrorMessage(conn_));
     std::string error;
     while (PGresult* raw = PQgetResult(conn_)) {
@@ -131,7 +207,18 @@ class Session {
     return error;
   }
 
+  struct HeldInsert {
+    std::string sql;
+    std::string table;
+    long tag;
+  };
+  static constexpr std::size_t kMaxHeldBytes = 1 << 20;
+
   PGconn* conn_;
+  std::vector<HeldInsert> held_;
+  std::size_t heldBytes_ = 0;
+  std::vector<RefusedRecord> refused_;
+  long roundTrips_ = 0;
 };
 
 class PostgresRows : public Rows {
@@ -195,10 +282,227 @@ class PostgresRows : public Rows {
   long current_ = -1;
 };
 
+std::shared_ptr<Session> Connect(const ServerDatabase& server);
+
+// The connections to the servers shared by the backends of a process that
+// limits them (a fleet: one schema per unit, thousands of units, a server
+// that takes a few hundred connections at most). A backend holds one only
+// while it uses it: for a transaction, or for a statement outside one.
+class ServerPool {
+ public:
+  static ServerPool& Shared() {
+    static ServerPool pool;
+    return pool;
+  }
+
+  // No limit any more: the idle connections are closed, the others when
+  // their backends end.
+  void SetLimit(int limit) {
+    std::vector<std::shared_ptr<Session>> closing;
+    std::lock_guard lock(mutex_);
+    limit_ = std::max(0, limit);
+    peak_ = 0;
+    if (limit_ == 0) {
+      for (auto& [conninfo, server] : servers_) {
+        server.open -= static_cast<int>(server.idle.size());
+        for (auto& session : server.idle) closing.push_back(std::move(session));
+        server.idle.clear();
+      }
+    }
+    freed_.notify_all();
+  }
+  int limit() {
+    std::lock_guard lock(mutex_);
+    return limit_;
+  }
+  int peak() {
+    std::lock_guard lock(mutex_);
+    return peak_;
+  }
+
+  // An idle connection to the server, or a new one while fewer than the
+  // limit are open; otherwise waits for one to be given back.
+  std::shared_ptr<Session> Acquire(const ServerDatabase& server) {
+    std::unique_lock lock(mutex_);
+    Server& pooled = servers_[server.conninfo];
+    freed_.wait(lock, [&] { return !pooled.idle.empty() || pooled.open < limit_ || limit_ == 0; });
+    if (!pooled.idle.empty()) {
+      std::shared_ptr<Session> session = std::move(pooled.idle.back());
+      pooled.idle.pop_back();
+      return session;
+    }
+    ++pooled.open;
+    peak_ = std::max(peak_, pooled.open);
+    lock.unlock();
+    try {
+      return Connect(server);
+    } catch (...) {
+      Closed(server.conninfo);
+      throw;
+    }
+  }
+
+  // A connection left in a transaction or broken is closed rather than
+  // handed to another unit.
+  void Release(const std::string& conninfo, std::shared_ptr<Session> session) {
+    if (PQstatus(session->conn()) != CONNECTION_OK || PQtransactionStatus(session->conn()) != PQTRANS_IDLE) {
+      session.reset();
+      return Closed(conninfo);
+    }
+    std::lock_guard lock(mutex_);
+    servers_[conninfo].idle.push_back(std::move(session));
+    freed_.notify_one();
+  }
+
+  // Which schemas have their tables already, so that a unit's next link
+  // does not ask the server again.
+  bool Ready(const ServerDatabase& server) {
+    std::lock_guard lock(mutex_);
+    return ready_.contains(server.conninfo + '\n' + server.schema);
+  }
+  void MarkReady(const ServerDatabase& server) {
+    std::lock_guard lock(mutex_);
+    if (ready_.size() < kMaxReady) ready_.insert(server.conninfo + '\n' + server.schema);
+  }
+
+ private:
+  struct Server {
+    std::vector<std::shared_ptr<Session>> idle;
+    int open = 0;
+  };
+  static constexpr std::size_t kMaxReady = 100000;
+
+  void Closed(const std::string& conninfo) {
+    std::lock_guard lock(mutex_);
+    --servers_[conninfo].open;
+    freed_.notify_one();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable freed_;
+  std::map<std::string, Server> servers_;
+  std::set<std::string> ready_;
+  int limit_ = 0;
+  int peak_ = 0;
+};
+
+// How long a lost server is waited for, between attempts to reach it again:
+// a restart takes seconds, a network cut may take longer, and a unit's run
+// cannot wait forever.
+constexpr std::array<std::chrono::milliseconds, 6> kReconnectBackoff{
+    std::chrono::milliseconds(100), std::chrono::milliseconds(200), std::chrono::milliseconds(500),
+    std::chrono::milliseconds(1000), std::chrono::milliseconds(2000), std::chrono::milliseconds(4000)};
+
+// What a backend and its inserts share: the connection, its own for good or
+// taken from the pool while used, with the search path set to the schema.
+class Lease {
+ public:
+  // pooled: taken from ServerPool when needed; otherwise connects now.
+  Lease(ServerDatabase server, bool pooled)
+      : server_(std::move(server)), pooled_(pooled) {
+    if (!pooled_) session_ = Connect(server_);
+  }
+  ~Lease() { Idle(true); }
+  Lease(const Lease&) = delete;
+  Lease& operator=(const Lease&) = delete;
+
+  // How deep the backend's transactions are nested; while one is open the
+  // connection is not given back, and a lost one is not replaced.
+  int depth = 0;
+  // Whether the schema has been found or made: from then on every use of a
+  // connection looks names up in it.
+  bool schemaReady = false;
+
+  Session& Get() {
+    if (!session_ && depth > 0)
+      throw std::runtime_error("the connection to the PostgreSQL server was lost, and the transaction with it");
+    if (!session_) {
+      session_ = ServerPool::Shared().Acquire(server_);
+      tripsAtAcquire_ = session_->roundTrips();
+    }
+    // Until the schema is known to be there, names go to the server's
+    // default one, whatever unit the connection served before.
+    const std::string path =
+        server_.schema.empty() || !schemaReady ? "" : QuoteIdentifier(SchemaIdentifier(server_.schema));
+    if (session_->searchPath != path) {
+      if (!path.empty() || !session_->searchPath.empty())
+        session_->Plain("SET search_path TO " + (path.empty() ? std::string("DEFAULT") : path));
+      session_->searchPath = path;
+    }
+    return *session_;
+  }
+
+  // Runs a statement. One that starts the connection's use (fresh: no
+  // transaction of ours is open) finds a server lost since the last one
+  // (restarted, cut off) again, waiting longer each time, and is sent
+  // again. Inside a transaction nothing is sent again: the transaction went
+  // with the connection, and the caller hears of it.
+  template <class Work>
+  auto Run(Work&& work) -> decltype(work(std::declval<Session&>())) {
+    const bool fresh = depth == 0;
+    for (std::size_t attempt = 0;; ++attempt) {
+      try {
+        return work(Get());
+      } catch (const std::runtime_error& e) {
+        const bool lost = !session_ || PQstatus(session_->conn()) != CONNECTION_OK;
+        if (!fresh || !lost) throw;
+        if (attempt == kReconnectBackoff.size())
+          throw std::runtime_error(std::string("the PostgreSQL server was lost and could not be reached again: ") +
+                                   e.what());
+        std::this_thread::sleep_for(kReconnectBackoff[attempt]);
+        Reset();
+      }
+    }
+  }
+
+  // Gives a pooled connection back once it holds nothing of ours; a broken
+  // one goes at once, for the pool to close.
+  void Idle(bool always = false) {
+    if (!pooled_ || !session_) return;
+    if (!always && (depth > 0 || session_->Holding())) return;
+    trips_ += session_->roundTrips() - tripsAtAcquire_;
+    ServerPool::Shared().Release(server_.conninfo, std::move(session_));
+  }
+
+  bool InTransaction() const { return session_ && PQtransactionStatus(session_->conn()) == PQTRANS_INTRANS; }
+  bool Holding() const { return session_ != nullptr; }
+  long roundTrips() const { return trips_ + (session_ ? session_->roundTrips() - tripsAtAcquire_ : 0); }
+  const std::string& schema() const { return server_.schema; }
+
+ private:
+  // A broken connection is opened again; a pooled one goes back to the pool
+  // to be closed, and the next Get takes or opens another.
+  void Reset() {
+    if (!session_) return;
+    if (pooled_) return Idle(true);
+    PQreset(session_->conn());
+    if (PQstatus(session_->conn()) == CONNECTION_OK) session_->Setup();
+  }
+
+  ServerDatabase server_;
+  bool pooled_;
+  std::shared_ptr<Session> session_;
+  long trips_ = 0;
+  long tripsAtAcquire_ = 0;
+};
+
+// Every public call ends by giving a pooled connection back when it is no
+// longer needed.
+class Using {
+ public:
+  explicit Using(Lease& lease) : lease_(lease) {}
+  ~Using() { lease_.Idle(); }
+  Using(const Using&) = delete;
+  Using& operator=(const Using&) = delete;
+
+ private:
+  Lease& lease_;
+};
+
 class PostgresInsert : public Insert {
  public:
-  PostgresInsert(std::shared_ptr<Session> session, std::string table, std::vector<std::string> columns)
-      : session_(std::move(session)), table_(std::move(table)) {
+  PostgresInsert(std::shared_ptr<Lease> lease, std::string table, std::vector<std::string> columns)
+      : lease_(std::move(lease)), table_(std::move(table)) {
     std::string names;
     for (const std::string& column : columns) names += (names.empty() ? "" : ", ") + QuoteIdentifier(column);
     prefix_ = "INSERT INTO " + QuoteIdentifier(table_) + (columns.empty() ? " DEFAULT VALUES" : " (" + names + ") VALUES (");
@@ -206,23 +510,26 @@ class PostgresInsert : public Insert {
   }
 
   // The values go as literals: the server reads each in its column's type,
-  // and a record travels with its savepoint in one exchange.
+  // and the records of a transaction travel together in one exchange.
   void Run(const std::vector<const DbValue*>& values) override {
+    Using use(*lease_);
+    Session& session = lease_->Get();
     std::string sql = prefix_;
     for (std::size_t i = 0; i < values.size(); ++i) {
       if (i) sql += ", ";
-      sql += std::holds_alternative<std::monostate>(*values[i]) ? "NULL" : session_->Literal(DbText(*values[i]));
+      sql += std::holds_alternative<std::monostate>(*values[i]) ? "NULL" : session.Literal(DbText(*values[i]));
     }
     if (!whole_) sql += ")";
+    if (lease_->InTransaction()) return session.Hold(std::move(sql), table_);
     try {
-      session_->Run(sql);
+      session.Run(sql);
     } catch (const std::exception& e) {
       throw std::runtime_error(table_ + ": " + e.what());
     }
   }
 
  private:
-  std::shared_ptr<Session> session_;
+  std::shared_ptr<Lease> lease_;
   std::string table_;
   std::string prefix_;
   bool whole_ = false;
@@ -230,10 +537,12 @@ class PostgresInsert : public Insert {
 
 class PostgresBackend : public Backend {
  public:
-  PostgresBackend(std::shared_ptr<Session> session, std::string schema)
-      : session_(std::move(session)), schema_(std::move(schema)) {}
+  explicit PostgresBackend(std::shared_ptr<Lease> lease) : lease_(std::move(lease)) {}
 
-  void Exec(const std::string& sql) override { session_->Run(sql); }
+  void Exec(const std::string& sql) override {
+    Using use(*lease_);
+    lease_->Run([&](Session& s) { return s.Run(sql); });
+  }
 
   std::unique_ptr<Rows> Query(const std::string& select) override {
     return std::make_unique<PostgresRows>(Fetch(select), false);
@@ -244,26 +553,40 @@ class PostgresBackend : public Backend {
   }
 
   std::string InsertionOrder() const override { return QuoteIdentifier(kOrderColumn); }
-  std::string Literal(std::string_view text) const override { return session_->Literal(text); }
-
-  std::unique_ptr<Insert> PrepareInsert(std::string_view table, const std::vector<std::string>& columns) override {
-    return std::make_unique<PostgresInsert>(session_, std::string(table), columns);
+  std::string Literal(std::string_view text) const override {
+    Using use(*lease_);
+    return lease_->Get().Literal(text);
   }
 
-  void Begin() override { session_->Plain(depth_++ == 0 ? "BEGIN" : "SAVEPOINT camrelay_store"); }
+  std::unique_ptr<Insert> PrepareInsert(std::string_view table, const std::vector<std::string>& columns) override {
+    return std::make_unique<PostgresInsert>(lease_, std::string(table), columns);
+  }
+
+  void Begin() override {
+    Using use(*lease_);
+    if (lease_->depth == 0) {
+      lease_->Run([](Session& s) { s.Plain("BEGIN"); });
+    } else {
+      lease_->Get().Plain("SAVEPOINT camrelay_store");
+    }
+    ++lease_->depth;
+  }
 
   void Commit() override {
-    if (depth_ > 1) {
-      session_->Plain("RELEASE SAVEPOINT camrelay_store");
-      --depth_;
+    Using use(*lease_);
+    Session& session = lease_->Get();
+    session.SendHeld();
+    if (lease_->depth > 1) {
+      session.Plain("RELEASE SAVEPOINT camrelay_store");
+      --lease_->depth;
       return;
     }
     // A transaction the server aborted would end in a silent rollback.
-    if (PQtransactionStatus(session_->conn()) != PQTRANS_INTRANS) {
+    if (PQtransactionStatus(session.conn()) != PQTRANS_INTRANS) {
       Rollback();
       throw std::runtime_error("the transaction was aborted by the server and nothing of it was kept");
     }
-    if (auto check = CommitCheckOf(schema_)) {
+    if (auto check = CommitCheckOf(lease_->schema())) {
       try {
         (*check)(*this);
       } catch (const std::exception&) {
@@ -271,30 +594,40 @@ class PostgresBackend : public Backend {
         throw;
       }
     }
-    depth_ = 0;
-    session_->Plain("COMMIT");
+    lease_->depth = 0;
+    session.Plain("COMMIT");
   }
 
-  bool InTransaction() const override { return PQtransactionStatus(session_->conn()) == PQTRANS_INTRANS; }
+  bool InTransaction() const override { return lease_->InTransaction(); }
+
+  std::vector<RefusedRecord> Flush() override {
+    if (!lease_->Holding()) return {};
+    return lease_->Get().TakeRefused();
+  }
+  void TagInserts(long tag) override {
+    if (lease_->Holding()) lease_->Get().tag = tag;
+  }
+  long RoundTrips() const override { return lease_->roundTrips(); }
 
   void Rollback() override {
-    if (depth_ == 0) return;
-    --depth_;
-    session_->Plain(depth_ == 0 ? "ROLLBACK"
-                                : "ROLLBACK TO SAVEPOINT camrelay_store; RELEASE SAVEPOINT camrelay_store");
+    if (lease_->depth == 0) return;
+    Using use(*lease_);
+    --lease_->depth;
+    if (!lease_->Holding()) return;
+    Session& session = lease_->Get();
+    session.DropHeld(lease_->depth == 0);
+    session.Plain(lease_->depth == 0 ? "ROLLBACK" : "ROLLBACK TO SAVEPOINT camrelay_store; RELEASE SAVEPOINT camrelay_store");
   }
 
  private:
   Result Fetch(const std::string& select) {
-    Result rows = session_->Run(select);
+    Using use(*lease_);
+    Result rows = lease_->Run([&](Session& s) { return s.Run(select); });
     if (!rows) throw std::runtime_error("the query returned no rows: " + select);
     return rows;
   }
 
-  std::shared_ptr<Session> session_;
-  // The schema as the connection string named it; "" for none.
-  std::string schema_;
-  int depth_ = 0;
+  std::shared_ptr<Lease> lease_;
 };
 
 // The password a connection string gives, as written and as libpq reads
@@ -342,9 +675,7 @@ std::shared_ptr<Session> Connect(const ServerDatabase& server) {
     throw std::runtime_error("cannot connect to the PostgreSQL server (" +
                              WithoutPasswords(FirstLine(PQerrorMessage(session->conn())), server.conninfo) +
                              "); check Host, Port, Database, User ID and Password");
-  // The server's notices ("already exists, skipping") are not for the user.
-  PQsetNoticeProcessor(session->conn(), [](void*, const char*) {}, nullptr);
-  session->Plain("SET DateStyle = 'ISO, YMD'; SET extra_float_digits = 1");
+  session->Setup();
   return session;
 }
 
@@ -379,7 +710,11 @@ bool HasTables(Session& session) {
 // Makes the schema the one names are looked up in; false when it does not
 // exist.
 bool UseSchema(Session& session, const ServerDatabase& server) {
-  if (!server.schema.empty()) session.Plain("SET search_path TO " + QuoteIdentifier(SchemaIdentifier(server.schema)));
+  if (!server.schema.empty()) {
+    const std::string path = QuoteIdentifier(SchemaIdentifier(server.schema));
+    session.Plain("SET search_path TO " + path);
+    session.searchPath = path;
+  }
   Result current = session.Run("SELECT current_schema() IS NOT NULL");
   return std::string_view(PQgetvalue(current.get(), 0, 0)) == "t";
 }
@@ -399,6 +734,9 @@ bool CreateIfMissing(Session& session, const ServerDatabase& server) {
     session.Plain("COMMIT");
     return create;
   } catch (const std::exception& e) {
+    // The rollback undoes the search path set in the transaction too: the
+    // next use of the connection sets it again.
+    session.searchPath = "unknown";
     try {
       session.Plain("ROLLBACK");
     } catch (const std::exception&) {
@@ -431,23 +769,48 @@ bool IsLibpqKeyword(const std::string& key) {
   return found;
 }
 
+void LimitServerConnections(int limit) { ServerPool::Shared().SetLimit(limit); }
+
+int ServerConnectionsPeak() { return ServerPool::Shared().peak(); }
+
+// A pooled connection is asked about the schema once per process: the
+// links that follow use what the first one found or made.
 std::unique_ptr<Backend> OpenPostgres(const ServerDatabase& server, bool create) {
-  std::shared_ptr<Session> session = Connect(server);
-  if (create) {
-    CreateIfMissing(*session, server);
-  } else {
-    if (!UseSchema(*session, server) || !HasTables(*session))
-      throw std::runtime_error(SchemaName(server) +
-                               " of the PostgreSQL database has no tables and is not created here; open or create "
-                               "it with ApriDB first");
+  ServerPool& pool = ServerPool::Shared();
+  const bool pooled = pool.limit() > 0;
+  auto lease = std::make_shared<Lease>(server, pooled);
+  if (!pooled || !pool.Ready(server)) {
+    Using use(*lease);
+    lease->Run([&](Session& session) {
+      if (create) {
+        CreateIfMissing(session, server);
+      } else if (!UseSchema(session, server) || !HasTables(session)) {
+        throw std::runtime_error(SchemaName(server) +
+                                    " of the PostgreSQL database has no tables and is not created here; open or "
+                                    "create it with ApriDB first");
+      }
+      return 0;
+    });
+    pool.MarkReady(server);
   }
-  return std::make_unique<PostgresBackend>(session, server.schema);
+  lease->schemaReady = true;
+  return std::make_unique<PostgresBackend>(lease);
 }
 
 std::unique_ptr<Backend> ConnectPostgres(const ServerDatabase& server) {
-  return std::make_unique<PostgresBackend>(Connect(server), "");
+  auto lease = std::make_shared<Lease>(ServerDatabase{server.conninfo, ""}, false);
+  lease->schemaReady = true;
+  return std::make_unique<PostgresBackend>(lease);
 }
 
-bool InitPostgres(const ServerDatabase& server) { return CreateIfMissing(*Connect(server), server); }
+bool InitPostgres(const ServerDatabase& server) {
+  ServerPool& pool = ServerPool::Shared();
+  if (pool.limit() == 0) return CreateIfMissing(*Connect(server), server);
+  Lease lease(server, true);
+  Using use(lease);
+  const bool created = lease.Run([&](Session& session) { return CreateIfMissing(session, server); });
+  pool.MarkReady(server);
+  return created;
+}
 
 }  // namespace camrelay::store

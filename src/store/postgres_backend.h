@@ -36,6 +36,16 @@ std::unique_ptr<Backend> OpenPostgres(const ServerDatabase& server, bool create)
 // returns whether it created them.
 bool InitPostgres(const ServerDatabase& server);
 
+// Makes the server backends of this process share at most limit
+// connections to each server (0, the default: every backend has its own, for
+// as long as it lives). A backend then holds one only while it uses it, and
+// waits for one while all are in use. A connection lost between two uses
+// (a restart, a network cut) is replaced, waiting a little longer each time.
+void LimitServerConnections(int limit);
+// The most connections to one server the pool had open at once since the
+// limit was set.
+int ServerConnectionsPeak();
+
 // Connects to the server alone, for tables of the host's own that are not
 // a unit's (the fleet's shared work list): the schema is not touched.
 std::unique_ptr<Backend> ConnectPostgres(const ServerDatabase& server);

@@ -363,7 +363,8 @@ TEST_F(ServerFleet, ARoundIsRefusedToAFleetFileOfOtherUnits) {
 }
 
 // However many links --parallel allows, a fleet opens no more server
-// connections than --db-connections: the other units wait for their turn.
+// connections than --db-connections: the links run, and their stores wait
+// for a connection.
 TEST_F(ServerFleet, ConnectionsStayWithinTheirLimit) {
   StartUnits(12);
   std::string text = kHeader;
@@ -394,6 +395,48 @@ TEST_F(ServerFleet, ConnectionsStayWithinTheirLimit) {
   // fewer than the 13 an unbounded run opens.
   EXPECT_GE(peak, 2);
   EXPECT_LE(peak, 6);
+}
+
+// A server lost in the middle of a run, its connections cut as a restart
+// cuts them each time a unit ends: the run finds it again for the next
+// store, every unit gets its line and the summary is printed, and each
+// unit's log is stored once.
+TEST_F(ServerFleet, AServerLostMidRunIsFoundAgain) {
+  constexpr int kUnits = 4;
+  StartUnits(kUnits);
+  std::string text = kHeader;
+  for (int n = 1; n <= kUnits; ++n) text += NamedLine("lost" + std::to_string(n), n, "tcp");
+  const fs::path file = WriteFleet(text);
+  const std::string tag = schemas.Schema("lost");
+  auto fleet = std::make_unique<Process>(
+      ProgramPath("camrelay"),
+      std::vector<std::string>{"fleet", file.string(), "--db", server + "&application_name=" + tag, "--parallel",
+                               "1", "--db-connections", "2", "--json", "download-log"},
+      std::vector<std::string>{}, hostDir().parent_path() / "logs", "lost");
+  auto watcher = store::ConnectPostgres(std::get<store::ServerDatabase>(store::ParseConnection(server)));
+  int cuts = 0;
+  std::optional<int> exit;
+  for (const auto deadline = std::chrono::steady_clock::now() + 120s;
+       !exit && std::chrono::steady_clock::now() < deadline; exit = fleet->Wait(20ms)) {
+    const std::string out = fleet->Stdout();
+    const auto ended = std::count(out.begin(), out.end(), '\n');
+    if (ended <= cuts) continue;
+    watcher->Exec("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE application_name = " +
+                  watcher->Literal(tag));
+    cuts = static_cast<int>(ended);
+  }
+  ASSERT_EQ(exit, 0) << fleet->Stdout() << fleet->Stderr();
+  EXPECT_GE(cuts, kUnits - 1);
+  nlohmann::json summary;
+  const auto units = ByUnit(fleet->Stdout(), summary);
+  ASSERT_EQ(units.size(), static_cast<std::size_t>(kUnits)) << fleet->Stdout();
+  EXPECT_EQ(summary["succeeded"], kUnits) << fleet->Stdout();
+  for (int n = 1; n <= kUnits; ++n) {
+    const std::string name = schemas.Schema("lost" + std::to_string(n));
+    EXPECT_EQ(ServerRows(store::WithSchema(server, name), "Registro_eventi").size(),
+              Rows(UnitDb(n), "Registro_eventi").size())
+        << name;
+  }
 }
 
 // A machine stopped with Ctrl-C gives its claims up as it ends: another

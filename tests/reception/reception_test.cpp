@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 
 #include "exchange.h"
 #include "store/download.h"
@@ -69,6 +70,34 @@ TEST(Reception, UdpLogDropsMalformedPacketsAndEndsOnItsLastOne) {
   EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
   EXPECT_EQ(f.form().RecordsNew, 3) << "stored by the link on completion";
   EXPECT_EQ(Column(f, "Registro_eventi", 3), "prima,seconda,terza,");
+}
+
+// A host with a distant server stores away from the loop: the link hands
+// the store over with its own copy of the packets and waits, ending the
+// request only once the store is back; the last packet repeated meanwhile
+// starts no second store.
+TEST(Reception, LinkWaitsForAStoreRunElsewhere) {
+  LinkFixture f(1);
+  f.form().OpenDB();
+  std::vector<std::pair<std::function<void()>, std::function<void()>>> handed;
+  f.form().RunStore = [&](std::function<void()> work, std::function<void()> then) {
+    handed.emplace_back(std::move(work), std::move(then));
+  };
+  f.form().AddRichiesta("04", "04");
+  f.unitSends("AA{}2{}04");
+  f.unitSends(Packet(1, LogLine("prima")));
+  f.unitSends(Packet(2, LogLine("seconda")));
+  f.unitSends(Packet(2, LogLine("seconda")));
+  ASSERT_EQ(handed.size(), 1u);
+  EXPECT_EQ(Column(f, "Registro_eventi", 3), "") << "nothing stored on the loop";
+  f.form().StringaPar.clear();
+  handed[0].first();
+  EXPECT_EQ(Raised(f, cRicezioneLogOK), 0) << "the link hears of the store on the loop only";
+  EXPECT_EQ(Column(f, "Registro_eventi", 3), "prima,seconda,");
+  handed[0].second();
+  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+  EXPECT_EQ(f.form().RecordsNew, 2);
+  EXPECT_FALSE(f.form().StoreInFlight);
 }
 
 // A transfer of no packets has the packet of index 0 as its last.

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <functional>
 
 #include "store/download.h"
 #include "store_fixture.h"
@@ -168,6 +169,59 @@ TEST_P(DownloadTest, LogIsOnlyAppended) {
 }
 
 ON_BOTH_ENGINES(DownloadTest);
+
+// A distant server costs a round trip per exchange: a transfer takes as many
+// exchanges whatever the number of its records. A record the server refuses
+// in the middle of a batch is still named with its line's step, the others
+// of its batch kept.
+class ServerBatchTest : public StoreTest {
+ protected:
+  ServerBatchTest() : StoreTest(Engine::PostgreSQL) {}
+  long RoundTripsOf(const std::function<void()>& store) {
+    const long before = db.Handle().RoundTrips();
+    store();
+    return db.Handle().RoundTrips() - before;
+  }
+  static std::vector<std::string> Log(int from, int count) {
+    std::vector<std::string> Dati{"AA{}2{}03"};
+    for (int i = from; i < from + count; ++i) {
+      if (Dati.size() == 1 || i % 7 == 0) Dati.emplace_back();
+      Dati.back() += LogLine(std::to_string(i), "05/03/2024 9:00", "evento " + std::to_string(i));
+    }
+    return Dati;
+  }
+};
+
+TEST_F(ServerBatchTest, TransferTakesTheSameRoundTripsWhateverItsRecords) {
+  int added = 0;
+  const long few = RoundTripsOf([&] { added = store::AddNewRecords(Log(0, 3), db, "Registro_eventi", &form); });
+  EXPECT_EQ(added, 3);
+  const long many = RoundTripsOf([&] { added = store::AddNewRecords(Log(0, 400), db, "Registro_eventi", &form); });
+  EXPECT_EQ(added, 397);
+  EXPECT_EQ(many, few);
+  EXPECT_LE(few, 12);
+  const long programming = RoundTripsOf([&] {
+    std::vector<std::string> Dati{""};
+    for (int i = 0; i < 300; ++i) Dati.push_back(Input(i));
+    store::SaveVideoSentrovaDB(Dati, db, &form);
+  });
+  EXPECT_LE(programming, 24);
+  EXPECT_EQ(Rows("Ingressi").size(), 300u);
+  EXPECT_TRUE(form.lines.empty());
+}
+
+TEST_F(ServerBatchTest, RefusedRecordInABatchIsNamedAndTheOthersKept) {
+  std::vector<std::string> Dati{""};
+  for (int i = 1; i <= 60; ++i) Dati.push_back(Input(i) + (i == 30 || i == 40 ? "{}Ingressi{}0{}{NULL}{}3\r\n" : ""));
+  store::SaveVideoSentrovaDB(Dati, db, &form);
+  EXPECT_EQ(Rows("Ingressi").size(), 60u);
+  EXPECT_THAT(form.lines,
+              ElementsAre(AllOf(StartsWith("SaveVideoSentrovaDB on line 50: Ingressi: "), HasSubstr("NumeroIngresso")),
+                          AllOf(StartsWith("SaveVideoSentrovaDB on line 60: Ingressi: "), HasSubstr("NumeroIngresso"))));
+  const long trips = db.Handle().RoundTrips();
+  EXPECT_EQ(store::AppendRecordLines(Log(0, 50), db, &form), 50);
+  EXPECT_LE(db.Handle().RoundTrips() - trips, 8);
+}
 
 }  // namespace
 }  // namespace camrelay::test

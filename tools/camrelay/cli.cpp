@@ -217,8 +217,8 @@ void AddFleetCommand(CLI::App& app, Collected& c) {
           },
           "ROUND"));
   fleet->add_option("--db-connections", options->dbConnections,
-                    "With a server --db: connections to the server the run opens at most (the work list of --claim "
-                    "counts as one); the links beyond them wait for their turn")
+                    "With a server --db: connections to the server the run opens at most, whatever --parallel is (the "
+                    "work list of --claim counts as one); a link whose store finds them all in use waits for one")
       ->capture_default_str()
       ->check(CLI::Range(1, 10000));
   fleet->add_option("--report", options->report,

@@ -10,7 +10,10 @@
 
 #include "fleet/claim_source.h"
 #include "host/session.h"
+#include "host/store_threads.h"
 #include "store/connection.h"
+#include "store/DataVideo.h"
+#include "store/postgres_backend.h"
 #include "system.h"
 
 namespace camrelay::cli {
@@ -113,7 +116,27 @@ void FleetRunner::Launch(FleetUnit unit) {
     boost::asio::post(io_, [this, slot] { Ended(slot, 1); });
     return;
   }
-  slot->run = std::make_unique<UnitRun>(io_, link, commands_, slot->console,
+  if (!link.storeRunner || !store::IsServerDatabase(link.database)) return StartRun(slot);
+  // The unit's schema is made or found by the store threads, so that the
+  // link opens it without a word to the server.
+  auto failure = std::make_shared<std::string>();
+  link.storeRunner(
+      [database = link.database, failure] {
+        try {
+          store::InitDatabase(database);
+        } catch (const std::exception& e) {
+          *failure = e.what();
+        }
+      },
+      [this, slot, failure] {
+        if (!failure->empty()) slot->captured.errors.push_back("cannot open the database: " + *failure);
+        if (!failure->empty() || stopping_) return Ended(slot, 1);
+        StartRun(slot);
+      });
+}
+
+void FleetRunner::StartRun(Slot* slot) {
+  slot->run = std::make_unique<UnitRun>(io_, slot->link, commands_, slot->console,
                                         [this, slot](int failures) { Ended(slot, failures); });
   slot->run->Start();
 }
@@ -170,15 +193,13 @@ std::vector<FleetUnit> UnitsToServe(const FleetOptions& options) {
   return units;
 }
 
-// A link holds its unit's database open while it runs: with a server, every
-// link in flight is a connection, and a server refuses connections past its
-// limit. The links are kept within --db-connections, the work list's own
-// connection counted.
-int LinksAtOnce(const Invocation& invocation) {
+// With a server, the units' stores share --db-connections connections, the
+// work list's own counted, whatever the links in flight: a server refuses
+// connections past its limit. A link whose store finds them all in use
+// waits for one. Each store thread uses one connection at a time.
+int StoreConnections(const Invocation& invocation) {
   const FleetOptions& options = *invocation.fleet;
-  if (!store::IsServerDatabase(invocation.link.database)) return options.parallel;
-  const int forLinks = options.dbConnections - (options.claim.empty() ? 0 : 1);
-  return std::max(1, std::min(options.parallel, forLinks));
+  return std::max(1, options.dbConnections - (options.claim.empty() ? 0 : 1));
 }
 
 int RunFleet(const Invocation& invocation, Console& console) {
@@ -206,8 +227,15 @@ int RunFleet(const Invocation& invocation, Console& console) {
   RaiseOpenFileLimit();
   boost::asio::io_context io;
   FleetReport report(console, options.json, source.Total(), options.report.empty() ? nullptr : &reportFile);
-  FleetRunner runner(io, source, invocation.commands, invocation.link, invocation.output, LinksAtOnce(invocation),
-                     report, [&io] { io.stop(); });
+  LinkOptions common = invocation.link;
+  std::optional<StoreThreads> stores;
+  if (store::IsServerDatabase(common.database)) {
+    store::LimitServerConnections(StoreConnections(invocation));
+    stores.emplace(io, StoreConnections(invocation));
+    common.storeRunner = stores->Runner();
+  }
+  FleetRunner runner(io, source, invocation.commands, common, invocation.output, options.parallel, report,
+                     [&io] { io.stop(); });
 
   bool interrupted = false;
   boost::asio::signal_set signals(io, SIGINT, SIGTERM);

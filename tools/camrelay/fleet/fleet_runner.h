@@ -40,6 +40,8 @@ class FleetRunner {
 
   void Fill();
   void Launch(FleetUnit unit);
+  // Starts the slot's run once its database is ready.
+  void StartRun(Slot* slot);
   void Ended(Slot* slot, int failures);
   UnitOutcome OutcomeOf(const Slot& slot, int failures) const;
 
