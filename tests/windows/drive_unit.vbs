@@ -36,8 +36,10 @@ client.RichiestaDiConnessione
 Check client.StringaErroreConnessione = "", "no link error"
 
 ' The optional arguments left out: a UDP link, the working folder kept.
-client.Connetti "127.0.0.1", unitPort, localPort
-Check client.Protocol = 1, "Connetti without its optional arguments gives UDP"
+' Another local port: under load Wine was seen to refuse a bind to the port
+' the first link closed a moment before, which is not what this checks.
+client.Connetti "127.0.0.1", unitPort, localPort + 1
+Check client.Protocol = 1, "Connetti without its optional arguments gives UDP (Protocol = " & client.Protocol & ")"
 client.DownLoadStrCommand
 client.Disconnetti
 Check client.Connesso = False, "Disconnetti takes the link down"

@@ -5,7 +5,7 @@
 # held. Then checks that the login the script queued reached the unit.
 set -euo pipefail
 wine regsvr32 /s "$(winepath -w "$CAMRELAY_DLL")"
-# A local UDP port beside the unit's, so the script never takes the
+# Local UDP ports beside the unit's (this one and the next), so the script never takes the
 # settings' default that another program may hold.
 output=$(wine cscript //nologo "$(winepath -w "$1")" "$CAMRELAY_UNIT_PORT" $((CAMRELAY_UNIT_PORT + 1)) \
   "$(winepath -w "$CAMRELAY_WORK_DIR/host")" 2>&1) || true

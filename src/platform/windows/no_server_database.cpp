@@ -20,5 +20,8 @@ bool IsLibpqKeyword(const std::string&) { return true; }
 std::unique_ptr<Backend> OpenPostgres(const ServerDatabase&, bool) { Unavailable(); }
 bool InitPostgres(const ServerDatabase&) { Unavailable(); }
 std::unique_ptr<Backend> ConnectPostgres(const ServerDatabase&) { Unavailable(); }
+// With no server backend there are no connections to share.
+void LimitServerConnections(int) {}
+int ServerConnectionsPeak() { return 0; }
 
 }  // namespace camrelay::store
