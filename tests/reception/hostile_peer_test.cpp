@@ -55,13 +55,18 @@ TEST(HostilePeer, ADownloadIsEndedWhenItWouldHoldMoreThanItsBound) {
   EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
 }
 
-// A data packet with no transfer to go into, on a link that never started
-// one, is dropped.
-TEST(HostilePeer, ADataPacketOnAnIdleLinkIsDropped) {
+// A data packet with no transfer to go into, or an acknowledgement of no
+// upload, on a link that never started one, is dropped.
+TEST(HostilePeer, ADataPacketOrAnAcknowledgementOnAnIdleLinkIsDropped) {
   LinkFixture f(sckUDPProtocol);
   f.unitSends(Packet(0, "x"));
   EXPECT_EQ(DebugLines(f, "index 0 outside"), 1);
   EXPECT_TRUE(f.form().StringaPar.empty());
+  f.clearRecords();
+  f.unitSends("OK");
+  EXPECT_TRUE(f.states.empty());
+  EXPECT_EQ(f.form().RequestsEnded, 0);
+  EXPECT_TRUE(f.socket().sent.empty());
 }
 
 // A datagram from another port, even on the unit's own machine, is neither

@@ -38,11 +38,17 @@ std::string Column(LinkFixture& f, const std::string& table, std::size_t column)
 }
 
 // A whole UDP multimedia download: the chunks, then the closing packet.
-void DownloadMedia(LinkFixture& f, const std::string& name, const Texts& chunks) {
+// Returns the progress shown after each chunk.
+std::vector<int> DownloadMedia(LinkFixture& f, const std::string& name, const Texts& chunks) {
+  std::vector<int> progress;
   f.form().AddRichiesta("56", name);
   f.unitSends("AA{}" + std::to_string(chunks.size() + 1) + "{}56");
-  for (const auto& chunk : chunks) f.unitSends("{}" + chunk);
+  for (const auto& chunk : chunks) {
+    f.unitSends("{}" + chunk);
+    progress.push_back(f.form().ProgressoMultimedia);
+  }
   f.unitSends("{}closing packet: acknowledged, never written");
+  return progress;
 }
 
 }  // namespace
@@ -164,7 +170,8 @@ TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
 TEST(Reception, MediaFilesHoldAllButTheClosingPacketBelowTheirFolder) {
   LinkFixture f(1);
   const std::string data = AllBytes() + "{}" + AllBytes() + std::string(5, '\0');
-  DownloadMedia(f, "X.JPG", {AllBytes(), "{}" + AllBytes(), std::string(5, '\0')});
+  EXPECT_EQ(DownloadMedia(f, "X.JPG", {AllBytes(), "{}" + AllBytes(), std::string(5, '\0')}),
+            (std::vector<int>{33, 67, 100}));
   EXPECT_EQ(f.messages(), (Texts{"AA{}0{}56{}123456{}X.JPG", "OK{}56", "OK", "OK", "OK", "OK"}));
   f.unitSends("{}stray");
   EXPECT_EQ(f.messages().size(), 6u) << "nothing is acknowledged past the count";
