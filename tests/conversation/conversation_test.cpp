@@ -162,23 +162,23 @@ TEST(Opening, OnTcpBusyIsEchoed) {
   EXPECT_EQ(t.timer().interval(), 60000);
 }
 
-// The unit's acceptance of each download: the "OK" that asks for the
-// packets, the interval, and the packets that complete it on UDP.
+// The unit's acceptance of each download, after a "BS" stretched the wait:
+// the "OK" that asks for the packets, the long interval again, and the
+// packets that complete it on UDP.
 TEST(Acceptance, EachDownloadAsksForItsPacketsAndCompletesOnItsLast) {
   const struct {
     const char *tipo, *ask;
-    int interval, packetInterval, completed;
+    int completed;
   } rows[] = {
-      {"04", "04", 1000, 1000, cRicezioneLogOK},          {"03", "04", 1000, 1000, cRicezioneLogOK},
-      {"53", "53", 1000, 1000, cRicezioneCamEventsOK},    {"54", "54", 1000, 1000, cRicezioneProgCamEventsOK},
-      {"11", "11", 1000, 1000, -1},
+      {"04", "04", cRicezioneLogOK},       {"03", "04", cRicezioneLogOK}, {"53", "53", cRicezioneCamEventsOK},
+      {"54", "54", cRicezioneProgCamEventsOK}, {"11", "11", -1},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.tipo);
     LinkFixture t(sckUDPProtocol);
-    Play(t, {Asks(row.ask), Sends(std::string("AA{}0{}") + row.ask + "{}123456"),
+    Play(t, {Asks(row.ask), Sends(std::string("AA{}0{}") + row.ask + "{}123456"), Says("BS"),
              Says(std::string("AA{}2{}") + row.tipo), Sends(std::string("OK{}") + row.tipo)});
-    EXPECT_EQ(t.timer().interval(), row.interval);
+    EXPECT_EQ(t.timer().interval(), 1000);
     t.clearRecords();
     Play(t, {Says(Packet(1, "a")), Sends("OK"), Says(Packet(2, "b")), Sends("OK"), Says(Packet(2, "b")), Sends("OK")});
     EXPECT_EQ(t.states, row.completed < 0 ? Ints{} : Ints{row.completed});
@@ -280,8 +280,9 @@ TEST(EndOfTransfer, OnlyAMatchingThirteenEndsTheWait) {
   }
 }
 
-// The probes: not accepted yet, a download names no transfer; accepted, it
-// counts what it holds; an upload sends its last packet again, numbered.
+// The probes: not accepted yet, a download names no transfer and a login
+// asks for the unit's last answer again; accepted, a download counts what it
+// holds; an upload sends its last packet again, numbered.
 TEST(Retries, TheProbeSaysHowFarTheTransferGot) {
   for (int protocol : {sckTCPProtocol, sckUDPProtocol}) {
     LinkFixture t(protocol);
@@ -289,6 +290,9 @@ TEST(Retries, TheProbeSaysHowFarTheTransferGot) {
              Sends("AA{}0{}04{}123456"), Says("AA{}2{}04"), Sends("OK{}04"), Says(Packet(1, "a")), Sends("OK"),
              Fires(), Sends("13{}04{}0{}")});
     EXPECT_EQ(Count(t.states, cTimeOutConnessione), 2);
+    LinkFixture login(protocol);
+    Play(login, {Asks("AA"), Sends("AA{}0{}00{}123456"), Fires(), Sends("12")});
+    EXPECT_EQ(login.states, Ints{cTimeOutConnessione});
     EXPECT_EQ(CheckSilence(protocol, {Asks("AA"), Sends("AA{}0{}00{}123456"), Says("x")}), Ints{4});
   }
   LinkFixture upload(sckTCPProtocol);
@@ -299,6 +303,15 @@ TEST(Retries, TheProbeSaysHowFarTheTransferGot) {
   EXPECT_EQ(Count(upload.states, cTrasmissioneOK), 1) << "a repeated final acknowledgement changes nothing";
   EXPECT_EQ(upload.form().sStringaPassword, "NEW");
   EXPECT_EQ(upload.form().QueueLength(), 0);
+  // An acceptance repeated once every packet is out is no acknowledgement.
+  // The next upload's opening, unanswered, is the last packet sent: it goes
+  // again as packet 0 of the transfer in hand.
+  Play(upload, {Host([](link::frmClient& f) { f.NewStringaPassWord = "NUOVO"; }), Asks("14"),
+                Sends("AA{}2{}14{}NEW"), Says("AA{}2{}14"), Sends("{}NUOVO\r\n"), Says("OK"), Sends("{}"),
+                Says("AA{}2{}14")});
+  EXPECT_EQ(Count(upload.states, cTrasmissioneOK), 1);
+  Play(upload, {Says("OK"), Asks("07"), Sends("AA{}2{}07{}NUOVO"), Fires(), Sends("13{}14{}0{}AA{}2{}07{}NUOVO")});
+  EXPECT_EQ(Count(upload.states, cTrasmissioneOK), 2);
 }
 
 // No unit behaviour and no retry limit keeps a request for ever: a unit that

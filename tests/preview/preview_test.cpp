@@ -7,11 +7,12 @@
 
 #include "camrelay/clsClient.h"
 #include "env_guard.h"
-#include "link_fixture.h"
+#include "exchange.h"
 
 using namespace camrelay;
 using camrelay::test::FakeSocket;
 using camrelay::test::LinkFixture;
+using namespace camrelay::test;
 using Texts = std::vector<std::string>;
 using Queue = std::vector<link::Richiesta>;
 
@@ -79,6 +80,14 @@ TEST_F(Preview, ACycleStepQueuesAtMostOneCameraOfTheMask) {
   form.AcquisisciNextPreview();
   form.AcquisisciNextPreview();  // refused: an "08" already waits
   EXPECT_EQ(form.Richieste, (Queue{{}, {"02", ""}, {"08", "3"}}));
+}
+
+// A request served while the cycle runs hands the link back to the cycle
+// once the queue runs dry.
+TEST(Cycle, TakesTheLinkBackWhenTheQueueRunsDry) {
+  LinkFixture t(sckUDPProtocol);
+  Play(t, {Host([](link::frmClient& f) { f.VideoCiclePreview = 5; }), Asks("53"), Sends("AA{}0{}53{}123456"),
+           Says("AA{}0{}53"), Sends("OK{}53"), Says(Packet(0, "")), Sends("OK"), Sends("AA{}2{}08{}123456")});
 }
 
 TEST(Playback, ARecordedFileOpensPausedAndHoldsTheCycleUntilClosedOrRefused) {
