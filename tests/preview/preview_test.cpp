@@ -71,8 +71,7 @@ struct Preview : ::testing::Test {
 }  // namespace
 
 TEST_F(Preview, ACycleStepQueuesAtMostOneCameraOfTheMask) {
-  form.Richieste.push_back({"02", ""});  // the link is busy: new requests wait
-  form.Stato = cRichiestaProg;
+  Play(f, {Asks("02"), Sends("AA{}0{}02{}123456")});  // the link is busy: new requests wait
   form.VideoCiclePreview = INT_MIN;  // bit 31 alone names no camera: nothing to ask for
   form.AcquisisciNextPreview();
   form.VideoCiclePreview = 5;
@@ -123,27 +122,31 @@ TEST_F(Preview, ImagesAreAssembledInOrderAndAlwaysReported) {
   EXPECT_EQ(Raised(f, cRicezionePreViewOK), 2) << "nine bytes of the ten announced are still an image";
   EXPECT_TRUE(f.debugContains("CreaStrPreview: the image holds 9 bytes, its pieces announce 10"));
 
-  // A stream image serves the request waiting behind it and leaves the cycle alone.
-  form.VideoCiclePreview = 5;
-  form.Richieste.push_back({"03", "03"});
-  form.Stato = cTrasmettiStreamImageReq;
-  SendsImage(unit, TwoPieceImage('s'), {1, 2}, "58");
-  EXPECT_EQ(form.ImagePreview, TwoPieceImage('s'));
-  EXPECT_EQ(Raised(f, cRicezioneStreamImageOK), 1);
-  EXPECT_EQ(form.Richieste, (Queue{{}, {"03", "03"}}));
 }
 
-// A host that asks for more from inside the stream image's event gets it
-// served once, and the exchange it started is left running.
-TEST_F(Preview, ARequestQueuedFromTheStreamImageEventIsServedOnce) {
+// A stream image serves the request at the head of the queue, or the one the
+// host queues from inside its event, once, and does not move the cycle on.
+TEST(StreamImage, ServesTheRequestBehindItOnceAndLeavesTheCycleAlone) {
+  const Script image = {Says("AA{}1{}58{}3"), Sends("OK{}58"), Says("{}1{}3{}abc"), Sends("OK")};
+  LinkFixture waiting(sckUDPProtocol);
+  Script script = {Host([](link::frmClient& f) { f.VideoCiclePreview = 5; }), Asks("57", "2"),
+                   Sends("AA{}0{}57{}123456{}2\r\n"), Asks("04", "03")};
+  script.insert(script.end(), image.begin(), image.end());
+  script.push_back(Sends("AA{}2{}08{}123456"));  // the cycle's turn came when the "57" left the queue
+  Play(waiting, script);
+  EXPECT_EQ(waiting.form().ImagePreview, "abc");
+  EXPECT_EQ(waiting.states.back(), cRicezioneStreamImageOK);
+  EXPECT_EQ(waiting.form().Richieste, (Queue{{}, {"08", "1"}, {"04", "03"}}));
+
+  LinkFixture fromEvent(sckUDPProtocol);
+  auto& form = fromEvent.form();
   form.CambioStatoConnessione = [&](StatoConnessioneEnum s) {
-    f.states.push_back(s);
     if (s == cRicezioneStreamImageOK) form.AddRichiesta("53", "");
   };
-  form.Stato = cTrasmettiStreamImageReq;
-  unit.sent.clear();
-  SendsImage(unit, TwoPieceImage('s'), {1, 2}, "58");
-  EXPECT_EQ(std::count(unit.sent.begin(), unit.sent.end(), "AA{}0{}53{}123456"), 1);
+  script = {Asks("57", "2"), Sends("AA{}0{}57{}123456{}2\r\n")};
+  script.insert(script.end(), image.begin(), image.end());
+  script.push_back(Sends("AA{}0{}53{}123456"));
+  Play(fromEvent, script);
   EXPECT_EQ(form.Stato, cRichiestaCamEvents);
 }
 
