@@ -60,8 +60,6 @@ Texts Asked(const FakeSocket& unit) {
   return out;
 }
 
-long Raised(const LinkFixture& f, int stato) { return std::count(f.states.begin(), f.states.end(), stato); }
-
 struct Preview : ::testing::Test {
   LinkFixture f{1};
   link::frmClient& form = f.form();
@@ -102,7 +100,7 @@ TEST(Playback, ARecordedFileOpensPausedAndHoldsTheCycleUntilClosedOrRefused) {
     form.AddRichiesta("08", command, true);
     Answers(f.socket(), "", answer);
     EXPECT_EQ(form.NomeFileMultimedia + form.ComandoPlayback, "") << answer;
-    EXPECT_EQ(Raised(f, cRicezionePreViewOK), 1) << "an answer without a picture is not reported";
+    EXPECT_EQ(f.raised(cRicezionePreViewOK), 1) << "an answer without a picture is not reported";
     EXPECT_EQ(form.Richieste, (Queue{{}, {"08", "1"}})) << "the cycle goes on";
   }
 }
@@ -112,14 +110,14 @@ TEST_F(Preview, ImagesAreAssembledInOrderAndAlwaysReported) {
   TakesTheRequest(unit);
   SendsImage(unit, TwoPieceImage('o'), {2, 1, 2});  // the early piece 2 is parked and sent again
   EXPECT_EQ(form.ImagePreview, TwoPieceImage('o'));
-  EXPECT_EQ(Raised(f, cRicezionePreViewOK), 1);
+  EXPECT_EQ(f.raised(cRicezionePreViewOK), 1);
 
   form.AttivaPreview("2");
   TakesTheRequest(unit);
   unit.deliver("AA{}1{}09{}10");
   unit.deliver("{}1{}10{}123456789");
   EXPECT_EQ(form.ImagePreview, "123456789");
-  EXPECT_EQ(Raised(f, cRicezionePreViewOK), 2) << "nine bytes of the ten announced are still an image";
+  EXPECT_EQ(f.raised(cRicezionePreViewOK), 2) << "nine bytes of the ten announced are still an image";
   EXPECT_TRUE(f.debugContains("CreaStrPreview: the image holds 9 bytes, its pieces announce 10"));
 
 }
