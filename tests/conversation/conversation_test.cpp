@@ -252,6 +252,15 @@ TEST(Login, AScrambledCodeRefusedIsSentAsTypedAndASecondRefusalIsFinal) {
   Play(answered, {Asks("AA"), Sends("AA{}0{}00{}123456"), Says("AA{}0{}00{}3")});
   EXPECT_EQ(answered.form().RemotePasswordType, 3);
   EXPECT_EQ(answered.states, Ints{cConnessioneOK});
+  // Refused: the type is forgotten, and a host that looks during the event
+  // sees the refusal as the state in force.
+  int stateInEvent = cNoOperation;
+  answered.form().CambioStatoConnessione = [&](StatoConnessioneEnum s) {
+    if (s == cConnessioneRifiutata) stateInEvent = answered.form().Stato;
+  };
+  Play(answered, {Asks("AA"), Sends("AA{}0{}00{}123456"), Says("PW")});
+  EXPECT_EQ(answered.form().RemotePasswordType, 0);
+  EXPECT_EQ(stateInEvent, cConnessioneRifiutata);
 }
 
 // A download of the programming, accepted, whose reply timer has fired: the

@@ -1,6 +1,7 @@
 // The link's set-up, socket handlers and status display, on the fake socket.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <regex>
 
 #include "exchange.h"
@@ -107,6 +108,7 @@ TEST(Lifecycle, TheStatusIsKeptFromTheLoadOnWhileTheLogsWaitForThePanelToShow) {
   LinkFixture f(1);
   auto& form = f.form();
   form.Form_Load();
+  EXPECT_EQ(form.CurrDir(), std::filesystem::current_path().string()) << "no folder named: the process's own";
   EXPECT_EQ(form.Panel.pct, "Stato connessione: Non connesso");
   EXPECT_EQ(form.Panel.pctColour, 255);
   form.PannelloConnetti("Connesso con 1.2.3.4", 128L << 8);

@@ -181,6 +181,7 @@ TEST(ClientPreview, TheCycleOnCamerasOneAndThreeWrapsAroundUntilZeroIsWritten) {
   client.Connetti("127.0.0.1", 19201, 14400, false, sckUDPProtocol, dir.str());
   FakeSocket& unit = *platform->socket;
   client.VideoCicle(5);
+  EXPECT_TRUE(client.Status().awaitingReply);
   for (char salt : {'1', '3', '1'}) {
     Answers(unit, TwoPieceImage(salt));
     EXPECT_EQ(client.ImagePreview(), TwoPieceImage(salt)) << salt;
@@ -191,4 +192,5 @@ TEST(ClientPreview, TheCycleOnCamerasOneAndThreeWrapsAroundUntilZeroIsWritten) {
   EXPECT_EQ(Asked(unit), (Texts{"1", "3", "1", "3", "0"}));
   EXPECT_EQ(client.CameraPreview(), 0);
   EXPECT_EQ(client.RichiesteInCoda(), 0);
+  EXPECT_FALSE(platform->timer->enabled()) << "the last image awaits nothing more";
 }
