@@ -88,6 +88,7 @@ TEST_F(StatusFixture, ADownloadShowsItsProgressQueueAndReplyAwaitedThenHowItEnde
   EXPECT_EQ(status.timeoutShortMs, 3000);
   EXPECT_EQ(status.retryLimit, 3);
   EXPECT_FALSE(status.awaitingReply);
+  EXPECT_EQ(status.packetsDone + status.packetsExpected, 0);
 
   client.ScaricaLog();
   client.DownloadMultimediaFile("a.jpg");

@@ -4,7 +4,6 @@
 // "OK". Each exchange is played as a script (tests/support/exchange.h).
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -17,8 +16,6 @@ namespace {
 using Strings = std::vector<std::string>;
 using Ints = std::vector<int>;
 constexpr std::size_t kLimit = 4 * 1024 * 1024;
-
-int Count(const Ints& states, int stato) { return static_cast<int>(std::count(states.begin(), states.end(), stato)); }
 
 // Queues the requests (a TCP link then connects and serves the first), the
 // unit accepting the first when told how; then forgets what was sent and raised.
@@ -88,7 +85,6 @@ TEST(TcpFrames, AFrameCutShortByTheUnitClosingIsForgottenOnReconnect) {
   EXPECT_EQ(t.form().RemotePasswordType, 2);
   EXPECT_EQ(t.form().QueueLength(), 0);
 }
-
 
 // Every type the host can ask for, served on an idle UDP link (access code
 // "123456"): its opening, the state raised, the reply interval; then what a
@@ -162,23 +158,23 @@ TEST(Opening, OnTcpBusyIsEchoed) {
   EXPECT_EQ(t.timer().interval(), 60000);
 }
 
-// The unit's acceptance of each download: the "OK" that asks for the
-// packets, the interval, and the packets that complete it on UDP.
+// The unit's acceptance of each download, after a "BS" stretched the wait:
+// the "OK" that asks for the packets, the long interval again, and the
+// packets that complete it on UDP.
 TEST(Acceptance, EachDownloadAsksForItsPacketsAndCompletesOnItsLast) {
   const struct {
     const char *tipo, *ask;
-    int interval, packetInterval, completed;
+    int completed;
   } rows[] = {
-      {"04", "04", 1000, 1000, cRicezioneLogOK},          {"03", "04", 1000, 1000, cRicezioneLogOK},
-      {"53", "53", 1000, 1000, cRicezioneCamEventsOK},    {"54", "54", 1000, 1000, cRicezioneProgCamEventsOK},
-      {"11", "11", 1000, 1000, -1},
+      {"04", "04", cRicezioneLogOK},       {"03", "04", cRicezioneLogOK}, {"53", "53", cRicezioneCamEventsOK},
+      {"54", "54", cRicezioneProgCamEventsOK}, {"11", "11", -1},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.tipo);
     LinkFixture t(sckUDPProtocol);
-    Play(t, {Asks(row.ask), Sends(std::string("AA{}0{}") + row.ask + "{}123456"),
+    Play(t, {Asks(row.ask), Sends(std::string("AA{}0{}") + row.ask + "{}123456"), Says("BS"),
              Says(std::string("AA{}2{}") + row.tipo), Sends(std::string("OK{}") + row.tipo)});
-    EXPECT_EQ(t.timer().interval(), row.interval);
+    EXPECT_EQ(t.timer().interval(), 1000);
     t.clearRecords();
     Play(t, {Says(Packet(1, "a")), Sends("OK"), Says(Packet(2, "b")), Sends("OK"), Says(Packet(2, "b")), Sends("OK")});
     EXPECT_EQ(t.states, row.completed < 0 ? Ints{} : Ints{row.completed});
@@ -199,7 +195,7 @@ TEST(Acceptance, AnswersThatAreTheirOwnFirstPacketWaitBriefly) {
   EXPECT_EQ(t.timer().interval(), 750);
   Play(t, {Says("{}"), Sends("OK")});
   EXPECT_EQ(t.form().StringaRicevuta, "ab");
-  EXPECT_EQ(Count(t.states, cRicezioneStringaOK), 1);
+  EXPECT_EQ(t.raised(cRicezioneStringaOK), 1);
 
   LinkFixture preview(sckUDPProtocol);
   const Script image = {Asks("08", "1"), Sends("AA{}2{}08{}123456"), Says("AA{}2{}08"), Sends("{}1\r\n"),
@@ -256,6 +252,15 @@ TEST(Login, AScrambledCodeRefusedIsSentAsTypedAndASecondRefusalIsFinal) {
   Play(answered, {Asks("AA"), Sends("AA{}0{}00{}123456"), Says("AA{}0{}00{}3")});
   EXPECT_EQ(answered.form().RemotePasswordType, 3);
   EXPECT_EQ(answered.states, Ints{cConnessioneOK});
+  // Refused: the type is forgotten, and a host that looks during the event
+  // sees the refusal as the state in force.
+  int stateInEvent = cNoOperation;
+  answered.form().CambioStatoConnessione = [&](StatoConnessioneEnum s) {
+    if (s == cConnessioneRifiutata) stateInEvent = answered.form().Stato;
+  };
+  Play(answered, {Asks("AA"), Sends("AA{}0{}00{}123456"), Says("PW")});
+  EXPECT_EQ(answered.form().RemotePasswordType, 0);
+  EXPECT_EQ(stateInEvent, cConnessioneRifiutata);
 }
 
 // A download of the programming, accepted, whose reply timer has fired: the
@@ -280,15 +285,19 @@ TEST(EndOfTransfer, OnlyAMatchingThirteenEndsTheWait) {
   }
 }
 
-// The probes: not accepted yet, a download names no transfer; accepted, it
-// counts what it holds; an upload sends its last packet again, numbered.
+// The probes: not accepted yet, a download names no transfer and a login
+// asks for the unit's last answer again; accepted, a download counts what it
+// holds; an upload sends its last packet again, numbered.
 TEST(Retries, TheProbeSaysHowFarTheTransferGot) {
   for (int protocol : {sckTCPProtocol, sckUDPProtocol}) {
     LinkFixture t(protocol);
     Play(t, {Asks("04"), Sends("AA{}0{}04{}123456"), Fires(), Sends("13{}00{}0{}"), Says("13{}00{}0{}"),
              Sends("AA{}0{}04{}123456"), Says("AA{}2{}04"), Sends("OK{}04"), Says(Packet(1, "a")), Sends("OK"),
              Fires(), Sends("13{}04{}0{}")});
-    EXPECT_EQ(Count(t.states, cTimeOutConnessione), 2);
+    EXPECT_EQ(t.raised(cTimeOutConnessione), 2);
+    LinkFixture login(protocol);
+    Play(login, {Asks("AA"), Sends("AA{}0{}00{}123456"), Fires(), Sends("12")});
+    EXPECT_EQ(login.states, Ints{cTimeOutConnessione});
     EXPECT_EQ(CheckSilence(protocol, {Asks("AA"), Sends("AA{}0{}00{}123456"), Says("x")}), Ints{4});
   }
   LinkFixture upload(sckTCPProtocol);
@@ -296,9 +305,18 @@ TEST(Retries, TheProbeSaysHowFarTheTransferGot) {
                 Sends("AA{}2{}07{}123456"), Says("AA{}2{}07"), Sends("{}NEW\r\n"), Fires(),
                 Sends("13{}07{}1{}{}NEW\r\n"), Says("13{}07{}1{}OK"), Sends("{}"), Says("OK"), Says("OK")});
   EXPECT_EQ(upload.states.back(), cTrasmissioneOK);
-  EXPECT_EQ(Count(upload.states, cTrasmissioneOK), 1) << "a repeated final acknowledgement changes nothing";
+  EXPECT_EQ(upload.raised(cTrasmissioneOK), 1) << "a repeated final acknowledgement changes nothing";
   EXPECT_EQ(upload.form().sStringaPassword, "NEW");
   EXPECT_EQ(upload.form().QueueLength(), 0);
+  // An acceptance repeated once every packet is out is no acknowledgement.
+  // The next upload's opening, unanswered, is the last packet sent: it goes
+  // again as packet 0 of the transfer in hand.
+  Play(upload, {Host([](link::frmClient& f) { f.NewStringaPassWord = "NUOVO"; }), Asks("14"),
+                Sends("AA{}2{}14{}NEW"), Says("AA{}2{}14"), Sends("{}NUOVO\r\n"), Says("OK"), Sends("{}"),
+                Says("AA{}2{}14")});
+  EXPECT_EQ(upload.raised(cTrasmissioneOK), 1);
+  Play(upload, {Says("OK"), Asks("07"), Sends("AA{}2{}07{}NUOVO"), Fires(), Sends("13{}14{}0{}AA{}2{}07{}NUOVO")});
+  EXPECT_EQ(upload.raised(cTrasmissioneOK), 2);
 }
 
 // No unit behaviour and no retry limit keeps a request for ever: a unit that
@@ -314,7 +332,7 @@ TEST(Retries, EveryRequestEnds) {
     if (restarted.form().QueueLength() > 0) restarted.unitSends("13{}00{}0{}");
   }
   EXPECT_EQ(fires, 15);
-  EXPECT_EQ(Count(restarted.states, cErroreConnessione), 1);
+  EXPECT_EQ(restarted.raised(cErroreConnessione), 1);
 
   LinkFixture login(sckUDPProtocol);
   login.form().Timing.retries = 40;

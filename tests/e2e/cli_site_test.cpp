@@ -207,25 +207,5 @@ TEST_F(NewUser, AMistypedCommandGetsTheNearestAndCtrlCExits130) {
   EXPECT_EQ(host.Wait(std::chrono::seconds(10)), 130) << host.Stderr();
 }
 
-// The unit sends its whole log each time: a second download adds only what
-// happened since, and says how many that was.
-TEST_F(NewUser, ARepeatedLogDownloadAddsOnlyTheNewEvents) {
-  StartUnit(Transport::Udp);
-  const std::size_t held = Rows(unitDb(), "Registro_eventi").size();
-  const Outcome first = Host({"download-log"});
-  ASSERT_EQ(first.exit, 0) << first.err;
-  EXPECT_NE(first.err.find("download-log: " + std::to_string(held) + " new records added to Registro_eventi"),
-            std::string::npos)
-      << first.err;
-  Execute(unitDb(),
-          "INSERT INTO Registro_eventi (DataOra, CodiceEvento, Descrizione, Ingresso, Telecamera, Utente) VALUES "
-          "('2030-01-01 10:00:00', 7, 'porta', 1, 1, 'Mario'), ('2030-01-01 10:00:00', 7, 'porta', 1, 1, 'Mario')");
-  const Outcome second = Host({"download-log"});
-  ASSERT_EQ(second.exit, 0) << second.err;
-  EXPECT_NE(second.err.find("download-log: 2 new records added to Registro_eventi"), std::string::npos)
-      << second.err;
-  EXPECT_EQ(Rows(hostDb(), "Registro_eventi", "IdRegistro"), Rows(unitDb(), "Registro_eventi", "IdRegistro"));
-}
-
 }  // namespace
 }  // namespace camrelay::e2e

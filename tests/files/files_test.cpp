@@ -83,6 +83,18 @@ TEST_F(VoiceTest, DamagedChunksStoreNothing) {
                                       HasSubstr("\"salto.wav\" is not written: chunk 1")));
 }
 
+// The opening's count bounds what is read, whichever side falls short: a
+// file whose last chunk lies past the count is not written; a count above
+// the elements received reads only those.
+TEST_F(VoiceTest, TheCountBoundsTheElementsRead) {
+  std::vector<std::string> cut{"AA{}2{}06", "{}1{}1{}oltre.wav\r\n", "{}1{}1{}1{}x", "{}"};
+  SaveMessaggiWave(cut, Audio(), &form);
+  EXPECT_FALSE(std::filesystem::exists(Audio() / "oltre.wav"));
+  std::vector<std::string> fewer{"AA{}9{}06", "{}1{}1{}breve.wav\r\n", "{}1{}1{}1{}y"};
+  SaveMessaggiWave(fewer, Audio(), &form);
+  EXPECT_EQ(ReadFileBytes(Audio() / "breve.wav"), std::string("y\0", 2));
+}
+
 // The file travels in chunks of 3072 bytes and the rest, none for an empty
 // file; its name goes without the folder, in Windows-1252.
 TEST(LoadFileAgg, ChunksHold3072BytesAndTheRest) {
@@ -107,6 +119,15 @@ TEST(LoadFileAgg, ChunksHold3072BytesAndTheRest) {
   store::LoadFileAgg(Dati, &form, "CODE", (dir / "none.bin").string());
   EXPECT_THAT(Dati, ElementsAre("AA{}1{}10{}CODE", "{}"));
   EXPECT_TRUE(form.lines.empty());
+  // A file that ends before the size it reports (the kernel's files do)
+  // sends none of its elements, and says why.
+  const std::filesystem::path shorter = "/sys/kernel/profiling";
+  std::error_code error;
+  const auto size = std::filesystem::file_size(shorter, error);
+  if (error || size <= ReadFileBytes(shorter).size()) GTEST_SKIP() << "no such file here";
+  store::LoadFileAgg(Dati, &form, "CODE", shorter.string());
+  EXPECT_THAT(Dati, ElementsAre("AA{}1{}10{}CODE", "{}"));
+  EXPECT_THAT(form.lines, ElementsAre(HasSubstr("ended before its " + std::to_string(size) + " bytes were read")));
 }
 
 TEST(IsPlainFileName, RefusesEverythingThatLeavesTheFolder) {

@@ -1,12 +1,13 @@
 // The link's set-up, socket handlers and status display, on the fake socket.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <regex>
 
-#include "link_fixture.h"
+#include "exchange.h"
 
 using namespace camrelay;
-using camrelay::test::LinkFixture;
+using namespace camrelay::test;
 
 TEST(Lifecycle, TransportSetUpSetsLimitsIntervalsAndThePanel) {
   LinkFixture tcp(0);
@@ -51,19 +52,16 @@ TEST(Lifecycle, HostTimingOverridesTheTransportDefaults) {
 
 TEST(Lifecycle, TheUnitClosingTheConnectionDropsTheQueue) {
   LinkFixture f(0);
-  auto& form = f.form();
-  form.ShowCamRelay = true;
-  form.Richieste = {{}, {"02", ""}, {"04", ""}};
-  form.Stato = cRichiestaProg;
-  form.TrasmissioneInCorso = true;
-  f.socket().state_ = link::sckConnected;
+  f.form().ShowCamRelay = true;
+  Play(f, {Asks("02"), Asks("04"), Sends("AA{}0{}02{}123456")});
+  f.clearRecords();
   f.socket().peerClose();
-  EXPECT_EQ(form.QueueLength(), 0);
-  EXPECT_EQ(form.Stato, cNoOperation);
-  EXPECT_FALSE(form.TrasmissioneInCorso);
+  EXPECT_EQ(f.form().QueueLength(), 0);
+  EXPECT_FALSE(f.form().TrasmissioneInCorso);
   EXPECT_EQ(f.socket().state(), link::sckClosed);
   EXPECT_TRUE(f.states.empty());
-  EXPECT_NE(form.Panel.Label3.find(" - Connessione chiusa."), std::string::npos);
+  EXPECT_NE(f.form().Panel.Label3.find(" - Connessione chiusa."), std::string::npos);
+  Play(f, {Asks("53"), Sends("AA{}0{}53{}123456")});  // idle again: the next request is served
 }
 
 TEST(Lifecycle, AnInboundConnectionIsOnlyLogged) {
@@ -77,29 +75,31 @@ TEST(Lifecycle, AnInboundConnectionIsOnlyLogged) {
       << f.form().Panel.Label3;
 }
 
+// A reset or an abort raises its own event and leaves the link idle, the
+// request still queued; any other error only reports.
 TEST(Lifecycle, ResetAndAbortRaiseTheirEventsAndGoIdleOthersOnlyReport) {
-  LinkFixture f(0);
-  auto& form = f.form();
-  form.ShowCamRelay = true;
-  form.Stato = cRichiestaLog;
-  f.socket().fail(10054, "Connection is reset by remote side");
-  EXPECT_EQ(f.connectionErrors, 1);
-  EXPECT_EQ(form.Stato, cNoOperation);
-  EXPECT_EQ(form.StringaErroreConnessione, "Connection is reset by remote side");
-  EXPECT_EQ(form.Panel.pct, "Stato connessione: Winsock1_Error: 10054 - Connection is reset by remote side");
-  EXPECT_EQ(form.Panel.pctColour, 255);
-
-  form.Stato = cRichiestaLog;
-  f.socket().fail(10053, "aborted");
-  EXPECT_EQ(f.timeoutErrors, 1);
-  EXPECT_EQ(form.Stato, cNoOperation);
-
-  form.Stato = cRichiestaLog;
-  f.socket().fail(10061, "refused");
-  EXPECT_EQ(form.Stato, cRichiestaLog);
-  EXPECT_EQ(f.states, std::vector<int>{cErroreConnessione});
-  EXPECT_EQ(f.connectionErrors + f.timeoutErrors, 2);
-  EXPECT_EQ(f.socket().state(), link::sckClosed);
+  const struct {
+    int number, resets, aborts;
+    std::vector<int> states;
+    bool idle;
+  } rows[] = {{10054, 1, 0, {}, true}, {10053, 0, 1, {}, true}, {10061, 0, 0, {cErroreConnessione}, false}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.number);
+    LinkFixture f(0);
+    Play(f, {Asks("04"), Sends("AA{}0{}04{}123456")});
+    f.clearRecords();
+    f.socket().fail(row.number, "Connection is reset by remote side");
+    EXPECT_EQ(f.connectionErrors, row.resets);
+    EXPECT_EQ(f.timeoutErrors, row.aborts);
+    EXPECT_EQ(f.states, row.states);
+    EXPECT_EQ(f.form().Stato == cNoOperation, row.idle);
+    EXPECT_EQ(f.form().StringaErroreConnessione, "Connection is reset by remote side");
+    EXPECT_EQ(f.form().Panel.pct,
+              "Stato connessione: Winsock1_Error: " + std::to_string(row.number) + " - Connection is reset by remote side");
+    EXPECT_EQ(f.form().Panel.pctColour, 255);
+    EXPECT_EQ(f.socket().state(), link::sckClosed);
+    EXPECT_EQ(f.form().QueueLength(), 1);
+  }
 }
 
 // A panel shown later shows the status in force, so the status is kept
@@ -108,6 +108,7 @@ TEST(Lifecycle, TheStatusIsKeptFromTheLoadOnWhileTheLogsWaitForThePanelToShow) {
   LinkFixture f(1);
   auto& form = f.form();
   form.Form_Load();
+  EXPECT_EQ(form.CurrDir(), std::filesystem::current_path().string()) << "no folder named: the process's own";
   EXPECT_EQ(form.Panel.pct, "Stato connessione: Non connesso");
   EXPECT_EQ(form.Panel.pctColour, 255);
   form.PannelloConnetti("Connesso con 1.2.3.4", 128L << 8);

@@ -76,7 +76,8 @@ TEST(Join, UdpNeedsTheHeaderCountToMatchAndSkipsTheClosingElement) {
   std::vector<std::string> shortOnes = {"AA{}3{}51", "{}x\r\n", "{}xy\r\n", "{}"};
   EXPECT_EQ(CreaStringaComando(shortOnes, 1), "xy");
 
-  for (std::vector<std::string> bad : {std::vector<std::string>{"{}3{}51"}, {"AA{}3"}, {"AA{}{}51"}, {}})
+  for (std::vector<std::string> bad : {std::vector<std::string>{"{}3{}51", "{}one\r\n", "{}two\r\n", "{}"},
+                                       {"AA{}3"}, {"AA{}{}51"}, {}})
     EXPECT_EQ(CreaStringaComando(bad, 1), "");
 }
 

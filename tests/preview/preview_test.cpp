@@ -7,11 +7,12 @@
 
 #include "camrelay/clsClient.h"
 #include "env_guard.h"
-#include "link_fixture.h"
+#include "exchange.h"
 
 using namespace camrelay;
 using camrelay::test::FakeSocket;
 using camrelay::test::LinkFixture;
+using namespace camrelay::test;
 using Texts = std::vector<std::string>;
 using Queue = std::vector<link::Richiesta>;
 
@@ -59,8 +60,6 @@ Texts Asked(const FakeSocket& unit) {
   return out;
 }
 
-long Raised(const LinkFixture& f, int stato) { return std::count(f.states.begin(), f.states.end(), stato); }
-
 struct Preview : ::testing::Test {
   LinkFixture f{1};
   link::frmClient& form = f.form();
@@ -70,8 +69,7 @@ struct Preview : ::testing::Test {
 }  // namespace
 
 TEST_F(Preview, ACycleStepQueuesAtMostOneCameraOfTheMask) {
-  form.Richieste.push_back({"02", ""});  // the link is busy: new requests wait
-  form.Stato = cRichiestaProg;
+  Play(f, {Asks("02"), Sends("AA{}0{}02{}123456")});  // the link is busy: new requests wait
   form.VideoCiclePreview = INT_MIN;  // bit 31 alone names no camera: nothing to ask for
   form.AcquisisciNextPreview();
   form.VideoCiclePreview = 5;
@@ -79,6 +77,14 @@ TEST_F(Preview, ACycleStepQueuesAtMostOneCameraOfTheMask) {
   form.AcquisisciNextPreview();
   form.AcquisisciNextPreview();  // refused: an "08" already waits
   EXPECT_EQ(form.Richieste, (Queue{{}, {"02", ""}, {"08", "3"}}));
+}
+
+// A request served while the cycle runs hands the link back to the cycle
+// once the queue runs dry.
+TEST(Cycle, TakesTheLinkBackWhenTheQueueRunsDry) {
+  LinkFixture t(sckUDPProtocol);
+  Play(t, {Host([](link::frmClient& f) { f.VideoCiclePreview = 5; }), Asks("53"), Sends("AA{}0{}53{}123456"),
+           Says("AA{}0{}53"), Sends("OK{}53"), Says(Packet(0, "")), Sends("OK"), Sends("AA{}2{}08{}123456")});
 }
 
 TEST(Playback, ARecordedFileOpensPausedAndHoldsTheCycleUntilClosedOrRefused) {
@@ -94,7 +100,7 @@ TEST(Playback, ARecordedFileOpensPausedAndHoldsTheCycleUntilClosedOrRefused) {
     form.AddRichiesta("08", command, true);
     Answers(f.socket(), "", answer);
     EXPECT_EQ(form.NomeFileMultimedia + form.ComandoPlayback, "") << answer;
-    EXPECT_EQ(Raised(f, cRicezionePreViewOK), 1) << "an answer without a picture is not reported";
+    EXPECT_EQ(f.raised(cRicezionePreViewOK), 1) << "an answer without a picture is not reported";
     EXPECT_EQ(form.Richieste, (Queue{{}, {"08", "1"}})) << "the cycle goes on";
   }
 }
@@ -128,37 +134,41 @@ TEST_F(Preview, ImagesAreAssembledInOrderAndAlwaysReported) {
   TakesTheRequest(unit);
   SendsImage(unit, TwoPieceImage('o'), {2, 1, 2});  // the early piece 2 is parked and sent again
   EXPECT_EQ(form.ImagePreview, TwoPieceImage('o'));
-  EXPECT_EQ(Raised(f, cRicezionePreViewOK), 1);
+  EXPECT_EQ(f.raised(cRicezionePreViewOK), 1);
 
   form.AttivaPreview("2");
   TakesTheRequest(unit);
   unit.deliver("AA{}1{}09{}10");
   unit.deliver("{}1{}10{}123456789");
   EXPECT_EQ(form.ImagePreview, "123456789");
-  EXPECT_EQ(Raised(f, cRicezionePreViewOK), 2) << "nine bytes of the ten announced are still an image";
+  EXPECT_EQ(f.raised(cRicezionePreViewOK), 2) << "nine bytes of the ten announced are still an image";
   EXPECT_TRUE(f.debugContains("CreaStrPreview: the image holds 9 bytes, its pieces announce 10"));
 
-  // A stream image serves the request waiting behind it and leaves the cycle alone.
-  form.VideoCiclePreview = 5;
-  form.Richieste.push_back({"03", "03"});
-  form.Stato = cTrasmettiStreamImageReq;
-  SendsImage(unit, TwoPieceImage('s'), {1, 2}, "58");
-  EXPECT_EQ(form.ImagePreview, TwoPieceImage('s'));
-  EXPECT_EQ(Raised(f, cRicezioneStreamImageOK), 1);
-  EXPECT_EQ(form.Richieste, (Queue{{}, {"03", "03"}}));
 }
 
-// A host that asks for more from inside the stream image's event gets it
-// served once, and the exchange it started is left running.
-TEST_F(Preview, ARequestQueuedFromTheStreamImageEventIsServedOnce) {
+// A stream image serves the request at the head of the queue, or the one the
+// host queues from inside its event, once, and does not move the cycle on.
+TEST(StreamImage, ServesTheRequestBehindItOnceAndLeavesTheCycleAlone) {
+  const Script image = {Says("AA{}1{}58{}3"), Sends("OK{}58"), Says("{}1{}3{}abc"), Sends("OK")};
+  LinkFixture waiting(sckUDPProtocol);
+  Script script = {Host([](link::frmClient& f) { f.VideoCiclePreview = 5; }), Asks("57", "2"),
+                   Sends("AA{}0{}57{}123456{}2\r\n"), Asks("04", "03")};
+  script.insert(script.end(), image.begin(), image.end());
+  script.push_back(Sends("AA{}2{}08{}123456"));  // the cycle's turn came when the "57" left the queue
+  Play(waiting, script);
+  EXPECT_EQ(waiting.form().ImagePreview, "abc");
+  EXPECT_EQ(waiting.states.back(), cRicezioneStreamImageOK);
+  EXPECT_EQ(waiting.form().Richieste, (Queue{{}, {"08", "1"}, {"04", "03"}}));
+
+  LinkFixture fromEvent(sckUDPProtocol);
+  auto& form = fromEvent.form();
   form.CambioStatoConnessione = [&](StatoConnessioneEnum s) {
-    f.states.push_back(s);
     if (s == cRicezioneStreamImageOK) form.AddRichiesta("53", "");
   };
-  form.Stato = cTrasmettiStreamImageReq;
-  unit.sent.clear();
-  SendsImage(unit, TwoPieceImage('s'), {1, 2}, "58");
-  EXPECT_EQ(std::count(unit.sent.begin(), unit.sent.end(), "AA{}0{}53{}123456"), 1);
+  script = {Asks("57", "2"), Sends("AA{}0{}57{}123456{}2\r\n")};
+  script.insert(script.end(), image.begin(), image.end());
+  script.push_back(Sends("AA{}0{}53{}123456"));
+  Play(fromEvent, script);
   EXPECT_EQ(form.Stato, cRichiestaCamEvents);
 }
 
@@ -195,6 +205,7 @@ TEST(ClientPreview, TheCycleOnCamerasOneAndThreeWrapsAroundUntilZeroIsWritten) {
   client.Connetti("127.0.0.1", 19201, 14400, false, sckUDPProtocol, dir.str());
   FakeSocket& unit = *platform->socket;
   client.VideoCicle(5);
+  EXPECT_TRUE(client.Status().awaitingReply);
   for (char salt : {'1', '3', '1'}) {
     Answers(unit, TwoPieceImage(salt));
     EXPECT_EQ(client.ImagePreview(), TwoPieceImage(salt)) << salt;
@@ -205,4 +216,5 @@ TEST(ClientPreview, TheCycleOnCamerasOneAndThreeWrapsAroundUntilZeroIsWritten) {
   EXPECT_EQ(Asked(unit), (Texts{"1", "3", "1", "3", "0"}));
   EXPECT_EQ(client.CameraPreview(), 0);
   EXPECT_EQ(client.RichiesteInCoda(), 0);
+  EXPECT_FALSE(platform->timer->enabled()) << "the last image awaits nothing more";
 }

@@ -3,25 +3,12 @@
 // from another address.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "link/limits.h"
 #include "exchange.h"
 
 using namespace camrelay;
 using camrelay::test::LinkFixture;
 using camrelay::test::Packet;
-
-namespace {
-
-long Raised(const LinkFixture& f, int stato) { return std::count(f.states.begin(), f.states.end(), stato); }
-
-long DebugLines(const LinkFixture& f, const std::string& text) {
-  return std::count_if(f.debug.begin(), f.debug.end(),
-                       [&](const std::string& line) { return line.find(text) != std::string::npos; });
-}
-
-}  // namespace
 
 // Packets of the largest frame, each at a new index of the largest count an
 // acceptance may announce: the transfer is ended once it would pass its
@@ -35,14 +22,14 @@ TEST(HostilePeer, ADownloadIsEndedWhenItWouldHoldMoreThanItsBound) {
   f.unitSends("AA{}" + std::to_string(link::kMaxAnnouncedPackets) + "{}02");
   const std::string body(link::kMaxFrameBytes - 64, 'x');
   for (int round = 0; round < 20; ++round) f.unitSends(Packet(1, body));
-  EXPECT_EQ(DebugLines(f, "above the limit"), 0) << "a packet sent again replaces itself";
+  EXPECT_EQ(f.debugLines("above the limit"), 0) << "a packet sent again replaces itself";
   const long fit = link::kMaxTransferBytes / body.size();
   for (long index = 2; index <= fit; ++index) f.unitSends(Packet(index, body));
-  EXPECT_EQ(Raised(f, cErroreConnessione), 0);
+  EXPECT_EQ(f.raised(cErroreConnessione), 0);
   f.clearRecords();
   f.unitSends(Packet(fit + 1, body));
-  EXPECT_EQ(DebugLines(f, "WinSock_Download: the transfer would hold"), 1);
-  EXPECT_EQ(Raised(f, cErroreConnessione), 1);
+  EXPECT_EQ(f.debugLines("WinSock_Download: the transfer would hold"), 1);
+  EXPECT_EQ(f.raised(cErroreConnessione), 1);
   EXPECT_EQ(f.form().StringaErroreConnessione, "Raggiunto il numero massimo di tentativi.");
   std::size_t held = 0;
   for (const auto& packet : f.form().StringaPar) held += packet.size();
@@ -52,16 +39,21 @@ TEST(HostilePeer, ADownloadIsEndedWhenItWouldHoldMoreThanItsBound) {
   f.unitSends("AA{}1{}04");
   f.unitSends(Packet(1, ""));
   f.unitSends("12{}04");
-  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+  EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
 }
 
-// A data packet with no transfer to go into, on a link that never started
-// one, is dropped.
-TEST(HostilePeer, ADataPacketOnAnIdleLinkIsDropped) {
+// A data packet with no transfer to go into, or an acknowledgement of no
+// upload, on a link that never started one, is dropped.
+TEST(HostilePeer, ADataPacketOrAnAcknowledgementOnAnIdleLinkIsDropped) {
   LinkFixture f(sckUDPProtocol);
   f.unitSends(Packet(0, "x"));
-  EXPECT_EQ(DebugLines(f, "index 0 outside"), 1);
+  EXPECT_EQ(f.debugLines("index 0 outside"), 1);
   EXPECT_TRUE(f.form().StringaPar.empty());
+  f.clearRecords();
+  f.unitSends("OK");
+  EXPECT_TRUE(f.states.empty());
+  EXPECT_EQ(f.form().RequestsEnded, 0);
+  EXPECT_TRUE(f.socket().sent.empty());
 }
 
 // A datagram from another port, even on the unit's own machine, is neither
@@ -79,11 +71,11 @@ TEST(HostilePeer, UdpTakesDatagramsFromTheUnitsAddressAndPortOnly) {
   EXPECT_TRUE(f.socket().sent.empty());
   EXPECT_EQ(f.form().StringaPar[1], "");
   EXPECT_EQ(f.form().foreignDatagrams, 1002);
-  EXPECT_EQ(DebugLines(f, "not the unit; dropped"), 2) << "one report, then one per thousand";
-  EXPECT_EQ(DebugLines(f, "datagram from 127.0.0.1:19202"), 1);
+  EXPECT_EQ(f.debugLines("not the unit; dropped"), 2) << "one report, then one per thousand";
+  EXPECT_EQ(f.debugLines("datagram from 127.0.0.1:19202"), 1);
   f.unitSends(Packet(1, "genuine"));
   EXPECT_EQ(f.form().StringaPar[1], "genuine");
-  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+  EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
 }
 
 // An acceptance announcing more packets than a download may hold is ignored
@@ -103,9 +95,9 @@ TEST(HostilePeer, AnAcceptanceRefusedForItsCountLeavesTheStateAsItWas) {
   }
   EXPECT_TRUE(f.states.empty());
   EXPECT_TRUE(f.socket().sent.empty()) << "nothing acknowledged";
-  EXPECT_EQ(DebugLines(f, "acceptance ignored"), 3);
+  EXPECT_EQ(f.debugLines("acceptance ignored"), 3);
   EXPECT_TRUE(f.timer().enabled());
   f.unitSends("AA{}1{}04");
   f.unitSends(Packet(1, "evento"));
-  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+  EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
 }

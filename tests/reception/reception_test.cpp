@@ -24,8 +24,6 @@ std::string AllBytes() {
   return bytes;
 }
 
-long Raised(const LinkFixture& f, int stato) { return std::count(f.states.begin(), f.states.end(), stato); }
-
 std::string LogLine(const std::string& text) {
   return "{}Registro_eventi{}6{}{NULL}{}3{}01/02/2024 10:00:00{}7{}101{}3{}" + text +
          "{}202{}1{}3{}2{}3{}Mario{}202\r\n";
@@ -39,11 +37,17 @@ std::string Column(LinkFixture& f, const std::string& table, std::size_t column)
 }
 
 // A whole UDP multimedia download: the chunks, then the closing packet.
-void DownloadMedia(LinkFixture& f, const std::string& name, const Texts& chunks) {
+// Returns the progress shown after each chunk.
+std::vector<int> DownloadMedia(LinkFixture& f, const std::string& name, const Texts& chunks) {
+  std::vector<int> progress;
   f.form().AddRichiesta("56", name);
   f.unitSends("AA{}" + std::to_string(chunks.size() + 1) + "{}56");
-  for (const auto& chunk : chunks) f.unitSends("{}" + chunk);
+  for (const auto& chunk : chunks) {
+    f.unitSends("{}" + chunk);
+    progress.push_back(f.form().ProgressoMultimedia);
+  }
   f.unitSends("{}closing packet: acknowledged, never written");
+  return progress;
 }
 
 }  // namespace
@@ -64,10 +68,10 @@ TEST(Reception, UdpLogDropsMalformedPacketsAndEndsOnItsLastOne) {
   EXPECT_TRUE(f.debug[3].starts_with("WinSock_Download: index 4 outside 0..3; packet dropped: {}4{}3\r\nabc"));
   f.unitSends(Packet(2, LogLine("seconda")));
   f.unitSends(Packet(1, LogLine("prima")));
-  EXPECT_EQ(Raised(f, cRicezioneLogOK), 0);
+  EXPECT_EQ(f.raised(cRicezioneLogOK), 0);
   f.unitSends(Packet(3, LogLine("terza")));
   f.unitSends(Packet(3, LogLine("terza")));  // repeated after the end: must not end it twice
-  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+  EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
   EXPECT_EQ(f.form().RecordsNew, 3) << "stored by the link on completion";
   EXPECT_EQ(Column(f, "Registro_eventi", 3), "prima,seconda,terza,");
 }
@@ -106,7 +110,7 @@ TEST(Reception, AnEmptyTransferEndsWithItsPacketZero) {
   f.form().AddRichiesta("04", "04");
   f.unitSends("AA{}0{}04");
   f.unitSends("{}0{}0\r\n");
-  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+  EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
   EXPECT_EQ(f.form().QueueLength(), 0);
 }
 
@@ -122,13 +126,13 @@ TEST(Reception, ALateEndOfTransferIsIgnored) {
   f.unitSends("12{}04");
   f.unitSends("AA{}1{}53");
   f.unitSends("12{}04");  // repeated
-  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+  EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
   EXPECT_EQ(f.form().Richieste.size(), 2u) << "the camera events are still in flight";
   EXPECT_EQ(f.form().Stato, cRichiestaCamEvents);
   EXPECT_TRUE(f.debugContains("Winsock_ResendAll: end of a transfer 04 that is not in progress ignored"));
   f.unitSends(Packet(1, "{}CamEvents{}0{}1{}3\r\n"));
   f.unitSends("12{}53");
-  EXPECT_EQ(Raised(f, cRicezioneCamEventsOK), 1);
+  EXPECT_EQ(f.raised(cRicezioneCamEventsOK), 1);
 }
 
 // A unit may accept voice messages as it accepts every other download, with
@@ -140,7 +144,7 @@ TEST(Reception, VoiceMessagesAcceptedPlainlyAreWritten) {
     f.form().AddRichiesta("06", "");
     f.unitSends(acceptance);
     for (const std::string element : {"{}1{}1{}porta.wav\r\n", "{}1{}1{}3{}abc", "{}"}) f.unitSends(element);
-    EXPECT_EQ(Raised(f, cRicezioneWaveOK), 1) << acceptance;
+    EXPECT_EQ(f.raised(cRicezioneWaveOK), 1) << acceptance;
     const bool counted = acceptance != "AA{}3{}06{}AA";
     EXPECT_EQ(std::filesystem::exists(f.dir() / "Audio" / "porta.wav"), counted) << acceptance;
     EXPECT_EQ(f.debugContains("SaveMessaggiWave: the opening element \"AA\" announces no element count"), !counted);
@@ -152,10 +156,10 @@ TEST(Reception, UdpCommandStringIsJoinedWhenItsCountIsReached) {
   f.form().AddRichiesta("52", "STATO");
   f.unitSends("AA{}3{}51");
   for (const std::string packet : {"{}STATO:\r\n", "{}ARMATO\r\n"}) f.unitSends(packet);
-  EXPECT_EQ(Raised(f, cRicezioneStringaOK), 0) << "the closing element is still to come";
+  EXPECT_EQ(f.raised(cRicezioneStringaOK), 0) << "the closing element is still to come";
   for (const std::string packet : {"{}", "{}late: no slot is left for it\r\n"}) f.unitSends(packet);
   EXPECT_EQ(f.form().StringaRicevuta, "STATO:ARMATO");
-  EXPECT_EQ(Raised(f, cRicezioneStringaOK), 1);
+  EXPECT_EQ(f.raised(cRicezioneStringaOK), 1);
 }
 
 TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
@@ -169,7 +173,7 @@ TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
                               "{}202{}06123{}202{}Vero{}11{}Falso{}11{}Falso{}11{}3{}2\r\n"));
   EXPECT_EQ(Column(f, "NumTel", 1), "") << "nothing is stored before the end";
   f.unitSends("12{}02");
-  EXPECT_EQ(Raised(f, cRicezioneProgOK), 1);
+  EXPECT_EQ(f.raised(cRicezioneProgOK), 1);
   EXPECT_EQ(Column(f, "NumTel", 1), "Nome1,Nome2,");
 
   // Voice messages, each named and then sent in pieces.
@@ -184,7 +188,7 @@ TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
     f.unitSends(element);
   EXPECT_FALSE(std::filesystem::exists(f.dir() / "Audio" / "allarme.wav"));
   f.unitSends("12{}06");
-  EXPECT_EQ(Raised(f, cRicezioneWaveOK), 1);
+  EXPECT_EQ(f.raised(cRicezioneWaveOK), 1);
   // The voice store writes one zero byte after what it received.
   EXPECT_EQ(ReadFileBytes(f.dir() / "Audio" / "allarme.wav"), first + '\0');
   EXPECT_EQ(ReadFileBytes(f.dir() / "Audio" / "porta.wav"), AllBytes() + '\0');
@@ -193,7 +197,8 @@ TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
 TEST(Reception, MediaFilesHoldAllButTheClosingPacketBelowTheirFolder) {
   LinkFixture f(1);
   const std::string data = AllBytes() + "{}" + AllBytes() + std::string(5, '\0');
-  DownloadMedia(f, "X.JPG", {AllBytes(), "{}" + AllBytes(), std::string(5, '\0')});
+  EXPECT_EQ(DownloadMedia(f, "X.JPG", {AllBytes(), "{}" + AllBytes(), std::string(5, '\0')}),
+            (std::vector<int>{33, 67, 100}));
   EXPECT_EQ(f.messages(), (Texts{"AA{}0{}56{}123456{}X.JPG", "OK{}56", "OK", "OK", "OK", "OK"}));
   f.unitSends("{}stray");
   EXPECT_EQ(f.messages().size(), 6u) << "nothing is acknowledged past the count";
@@ -239,8 +244,8 @@ TEST(Reception, AMediaNameThatLeavesItsFolderWritesNothing) {
     f.form().NomeFileMultimedia = name;  // as if the request, which refuses it too, had let it through
     DownloadMedia(f, name, {"one", "two"});
   }
-  EXPECT_EQ(Raised(f, cRicezioneMultimedia), 0) << "no data was written";
-  EXPECT_EQ(Raised(f, cRicezioneMultimediaOK), 3) << "each run is still acknowledged to its end";
+  EXPECT_EQ(f.raised(cRicezioneMultimedia), 0) << "no data was written";
+  EXPECT_EQ(f.raised(cRicezioneMultimediaOK), 3) << "each run is still acknowledged to its end";
   EXPECT_FALSE(std::filesystem::exists(f.dir() / "escape.jpg"));
   EXPECT_FALSE(std::filesystem::exists(absolute));
 }

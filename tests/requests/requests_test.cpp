@@ -57,20 +57,24 @@ TEST(RemoveRichiesta, DropsTheIndexGivenOrTheLastAndTheLinkServesWhenFree) {
            Sends("AA{}0{}53{}123456")});
 }
 
+// A TCP link connects before it serves and awaits no reply while it
+// connects; a socket gone wrong is closed and connected again, and the head of
+// the queue is served anew.
 TEST(ReadRichiesta, OnTcpConnectsFirstAndServesOnceConnected) {
   LinkFixture t(sckTCPProtocol);
   t.form().AddRichiesta("02", "");
-  t.form().ReadRichiesta();  // still connecting: nothing more
+  t.form().AddRichiesta("53", "");  // still connecting: nothing more
   EXPECT_EQ(t.socket().connects, 1);
   EXPECT_TRUE(t.socket().sent.empty());
-  t.connect();
-  EXPECT_EQ(t.lastMessage(), "AA{}0{}02{}123456");
-  t.socket().state_ = link::sckError;  // any other state: closed and connected again
+  Play(t, {Host([](link::frmClient&) {}), Sends("AA{}0{}02{}123456")});
+  t.socket().fail(10054, "Connection is reset by remote side");  // the link goes idle, the queue stays
+  t.socket().state_ = link::sckError;
   const int closes = t.socket().closes;
-  t.form().Stato = cNoOperation;
-  t.form().ReadRichiesta();
+  t.form().AddRichiesta("54", "");
   EXPECT_EQ(t.socket().closes, closes + 1);
   EXPECT_EQ(t.socket().connects, 2);
+  EXPECT_FALSE(t.timer().enabled()) << "no reply is awaited while connecting";
+  Play(t, {Host([](link::frmClient&) {}), Sends("AA{}0{}02{}123456")});
 }
 
 // An empty new code, a file name leaving its folder: nothing is sent, the

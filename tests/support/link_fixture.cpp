@@ -57,9 +57,11 @@ void LinkFixture::clearRecords() {
   debug.clear();
 }
 
-bool LinkFixture::debugContains(const std::string& text) const {
-  return std::any_of(debug.begin(), debug.end(),
-                     [&](const std::string& line) { return line.find(text) != std::string::npos; });
+int LinkFixture::debugLines(const std::string& text) const {
+  return static_cast<int>(std::count_if(debug.begin(), debug.end(),
+                                        [&](const std::string& line) { return line.find(text) != std::string::npos; }));
 }
+
+int LinkFixture::raised(int stato) const { return static_cast<int>(std::count(states.begin(), states.end(), stato)); }
 
 }  // namespace camrelay::test

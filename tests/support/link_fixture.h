@@ -45,7 +45,9 @@ class LinkFixture {
   std::vector<std::string> debug;    // OnDebug lines
   int connectionErrors = 0;          // ErroreConnessione
   int timeoutErrors = 0;             // ErroreTimeOutConnessioneTCP
-  bool debugContains(const std::string& text) const;
+  bool debugContains(const std::string& text) const { return debugLines(text) > 0; }
+  int debugLines(const std::string& text) const;  // OnDebug lines holding the text
+  int raised(int stato) const;                    // times the state was raised
 
  private:
   TempDir dir_;
