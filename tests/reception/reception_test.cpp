@@ -96,10 +96,10 @@ TEST(Reception, LinkWaitsForAStoreRunElsewhere) {
   EXPECT_EQ(Column(f, "Registro_eventi", 3), "") << "nothing stored on the loop";
   f.form().StringaPar.clear();
   handed[0].first();
-  EXPECT_EQ(Raised(f, cRicezioneLogOK), 0) << "the link hears of the store on the loop only";
+  EXPECT_EQ(f.raised(cRicezioneLogOK), 0) << "the link hears of the store on the loop only";
   EXPECT_EQ(Column(f, "Registro_eventi", 3), "prima,seconda,");
   handed[0].second();
-  EXPECT_EQ(Raised(f, cRicezioneLogOK), 1);
+  EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
   EXPECT_EQ(f.form().RecordsNew, 2);
   EXPECT_FALSE(f.form().StoreInFlight);
 }
