@@ -397,45 +397,73 @@ TEST_F(ServerFleet, ConnectionsStayWithinTheirLimit) {
   EXPECT_LE(peak, 6);
 }
 
-// A server lost in the middle of a run, its connections cut as a restart
-// cuts them each time a unit ends: the run finds it again for the next
-// store, every unit gets its line and the summary is printed, and each
-// unit's log is stored once.
-TEST_F(ServerFleet, AServerLostMidRunIsFoundAgain) {
-  constexpr int kUnits = 4;
+// A throw-away server of the test's own, so that restarting it disturbs no
+// other test.
+class PrivateServer {
+ public:
+  explicit PrivateServer(fs::path dir) : dir_(std::move(dir)) { Run("start"); }
+  ~PrivateServer() { Run("stop"); }
+  PrivateServer(const PrivateServer&) = delete;
+  PrivateServer& operator=(const PrivateServer&) = delete;
+
+  std::string Uri() const {
+    std::istringstream words(test::ReadFileBytes(dir_ / "conninfo"));
+    std::map<std::string, std::string> keys;
+    for (std::string word; words >> word;) keys[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
+    return "postgresql://" + keys["user"] + "@" + keys["host"] + ":" + keys["port"] + "/" + keys["dbname"];
+  }
+  void Restart() { Run("restart"); }
+
+ private:
+  void Run(const std::string& action) {
+    Process script(fs::path(CAMRELAY_SOURCE_DIR) / "scripts" / "postgres-server", {action, dir_.string()}, {},
+                   dir_.parent_path(), "postgres-" + action);
+    const auto exit = script.Wait(90s);
+    if (exit != 0 && action != "stop")
+      throw std::runtime_error("postgres-server " + action + " failed: " + script.Stderr());
+  }
+  fs::path dir_;
+};
+
+// The server restarted in the middle of a run, twice: every client loses
+// its connection and new ones are refused until it is back. The run finds
+// it again, every unit gets its line and the summary is printed, and no
+// unit's log is stored twice (a store cut inside its transaction is
+// reported failed, not repeated).
+TEST_F(ServerFleet, AServerRestartedMidRunIsFoundAgain) {
+  constexpr int kUnits = 3;
   StartUnits(kUnits);
+  PrivateServer restarted(hostDir() / "restarted-server");
   std::string text = kHeader;
-  for (int n = 1; n <= kUnits; ++n) text += NamedLine("lost" + std::to_string(n), n, "tcp");
-  const fs::path file = WriteFleet(text);
-  const std::string tag = schemas.Schema("lost");
+  for (int n = 1; n <= kUnits; ++n) text += NamedLine("restart" + std::to_string(n), n, "tcp");
   auto fleet = std::make_unique<Process>(
       ProgramPath("camrelay"),
-      std::vector<std::string>{"fleet", file.string(), "--db", server + "&application_name=" + tag, "--parallel",
-                               "1", "--db-connections", "2", "--json", "download-log"},
-      std::vector<std::string>{}, hostDir().parent_path() / "logs", "lost");
-  auto watcher = store::ConnectPostgres(std::get<store::ServerDatabase>(store::ParseConnection(server)));
-  int cuts = 0;
+      std::vector<std::string>{"fleet", WriteFleet(text).string(), "--db", restarted.Uri(), "--parallel", "1",
+                               "--db-connections", "2", "--json", "download-log"},
+      std::vector<std::string>{}, hostDir().parent_path() / "logs", "restarted");
+  int restarts = 0;
   std::optional<int> exit;
   for (const auto deadline = std::chrono::steady_clock::now() + 120s;
        !exit && std::chrono::steady_clock::now() < deadline; exit = fleet->Wait(20ms)) {
     const std::string out = fleet->Stdout();
-    const auto ended = std::count(out.begin(), out.end(), '\n');
-    if (ended <= cuts) continue;
-    watcher->Exec("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE application_name = " +
-                  watcher->Literal(tag));
-    cuts = static_cast<int>(ended);
+    if (std::count(out.begin(), out.end(), '\n') <= restarts || restarts == kUnits - 1) continue;
+    restarted.Restart();
+    ++restarts;
   }
-  ASSERT_EQ(exit, 0) << fleet->Stdout() << fleet->Stderr();
-  EXPECT_GE(cuts, kUnits - 1);
+  ASSERT_TRUE(exit.has_value()) << fleet->Stdout() << fleet->Stderr();
+  EXPECT_EQ(restarts, kUnits - 1);
   nlohmann::json summary;
   const auto units = ByUnit(fleet->Stdout(), summary);
   ASSERT_EQ(units.size(), static_cast<std::size_t>(kUnits)) << fleet->Stdout();
-  EXPECT_EQ(summary["succeeded"], kUnits) << fleet->Stdout();
-  for (int n = 1; n <= kUnits; ++n) {
-    const std::string name = schemas.Schema("lost" + std::to_string(n));
-    EXPECT_EQ(ServerRows(store::WithSchema(server, name), "Registro_eventi").size(),
-              Rows(UnitDb(n), "Registro_eventi").size())
-        << name;
+  EXPECT_EQ(summary["succeeded"].get<int>() + summary["failed"].get<int>(), kUnits) << fleet->Stdout();
+  // A restart lands between two stores unless the machine is very slow:
+  // a unit after one is stored, not refused for the connection it lost.
+  EXPECT_GE(summary["succeeded"].get<int>(), 2) << fleet->Stdout();
+  for (const auto& [name, line] : units) {
+    const auto stored = ServerRows(store::WithSchema(restarted.Uri(), name), "Registro_eventi").size();
+    const auto held = Rows(UnitDb(std::stoi(name.substr(name.size() - 1))), "Registro_eventi").size();
+    if (line["ok"].get<bool>()) EXPECT_EQ(stored, held) << line;
+    else EXPECT_LE(stored, held) << line;
   }
 }
 
