@@ -2,26 +2,17 @@
 // its rebuild after a link error.
 #include <gtest/gtest.h>
 
-#include "camrelay/clsClient.h"
-#include "env_guard.h"
-#include "fake_platform.h"
+#include "client_fixture.h"
 #include "link_fixture.h"
 #include "link/frmClient.h"
 
 using namespace camrelay;
-using camrelay::test::ConfigHomeGuard;
-using camrelay::test::FakePlatform;
 using camrelay::test::ReadFileBytes;
-using camrelay::test::TempDir;
 using camrelay::test::WriteFileBytes;
 
 namespace {
 
-struct ClientFixture : ::testing::Test {
-  ConfigHomeGuard home;
-  TempDir dir;
-  std::shared_ptr<FakePlatform> platform = std::make_shared<FakePlatform>();
-  clsClient client{platform};
+struct ClientFixture : test::ClientOnFakePlatform {
   std::vector<int> states;
   std::vector<std::string> debug;
 

@@ -3,16 +3,10 @@
 // and the log and camera events that the library stores, only what is new.
 #include <gtest/gtest.h>
 
-#include "camrelay/clsClient.h"
-#include "env_guard.h"
-#include "fake_platform.h"
+#include "client_fixture.h"
 #include "store/dump.h"
-#include "temp_dir.h"
 
 using namespace camrelay;
-using camrelay::test::ConfigHomeGuard;
-using camrelay::test::FakePlatform;
-using camrelay::test::TempDir;
 
 namespace {
 
@@ -31,11 +25,7 @@ std::string CamEvent(const std::string& when, const std::string& file) {
   return "{}CamEvents{}5{}" + when + "{}7{}2{}3{}Movimento{}202{}" + file + "{}202{}12{}3{}Vero{}11\r\n";
 }
 
-struct StatusFixture : ::testing::Test {
-  ConfigHomeGuard home;
-  TempDir dir;
-  std::shared_ptr<FakePlatform> platform = std::make_shared<FakePlatform>();
-  clsClient client{platform};
+struct StatusFixture : test::ClientOnFakePlatform {
   std::vector<int> states;
   std::vector<int> recordsNewAtCompletion;
 

@@ -2,24 +2,14 @@
 // status view's outcome, never by the library's words.
 #include <gtest/gtest.h>
 
-#include "camrelay/clsClient.h"
-#include "env_guard.h"
-#include "fake_platform.h"
+#include "client_fixture.h"
 #include "host/session.h"
-#include "temp_dir.h"
 
 using namespace camrelay;
-using camrelay::test::ConfigHomeGuard;
-using camrelay::test::FakePlatform;
-using camrelay::test::TempDir;
 
 namespace {
 
-struct HostLink : ::testing::Test {
-  ConfigHomeGuard home;
-  TempDir dir;
-  std::shared_ptr<FakePlatform> platform = std::make_shared<FakePlatform>();
-  clsClient client{platform};
+struct HostLink : test::ClientOnFakePlatform {
   std::vector<std::optional<std::string>> failures;
 
   HostLink() {

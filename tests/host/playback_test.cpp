@@ -4,25 +4,15 @@
 
 #include <filesystem>
 
-#include "camrelay/clsClient.h"
-#include "env_guard.h"
-#include "fake_platform.h"
+#include "client_fixture.h"
 #include "host/actions.h"
-#include "temp_dir.h"
 
 using namespace camrelay;
-using camrelay::test::ConfigHomeGuard;
-using camrelay::test::FakePlatform;
-using camrelay::test::TempDir;
 namespace fs = std::filesystem;
 
 namespace {
 
-struct HeldClip : ::testing::Test {
-  ConfigHomeGuard home;
-  TempDir dir;
-  std::shared_ptr<FakePlatform> platform = std::make_shared<FakePlatform>();
-  clsClient client{platform};
+struct HeldClip : test::ClientOnFakePlatform {
   host::Captured captured;
   host::Console console{host::OutputOptions{}};
   host::Context ctx{client, console, dir.path()};
