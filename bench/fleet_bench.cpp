@@ -157,10 +157,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: bench_fleet_bench [UNITS >= 2]\n");
     return 2;
   }
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
+  RaiseDescriptorLimit();
   // The folder's disk sets the wall time: every unit commits its database
   // three times (created, programming, log), each a wait for the disk.
   const char* under = std::getenv("CAMRELAY_BENCH_DIR");

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +23,15 @@ namespace bench {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+
+// Hundreds of units mean hundreds of sockets: take every descriptor the
+// system allows this process.
+inline void RaiseDescriptorLimit() {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
 
 inline fs::path Program(const std::string& name) { return fs::path(CAMRELAY_BINARY_DIR) / "tools" / name; }
 

@@ -211,10 +211,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: bench_fleet_server_bench [UNITS >= 1]\n");
     return 2;
   }
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
+  RaiseDescriptorLimit();
   const fs::path work = fs::temp_directory_path() / ("camrelay-fleet-server-bench-" + std::to_string(getpid()));
   fs::create_directories(work);
   setenv("XDG_CONFIG_HOME", (work / "config").c_str(), 1);
