@@ -59,14 +59,10 @@ int RunProgram(const std::wstring& commandLine, DWORD timeoutMs) {
   return static_cast<int>(code);
 }
 
-void RegisterServer() {
-  const int code = RunProgram(L"regsvr32.exe /s \"" + ServerDll().wstring() + L"\"");
-  CHECK(code == 0, "regsvr32 registers camrelay.dll (exit code " + std::to_string(code) + ")");
-}
-
-void UnregisterServer() {
-  const int code = RunProgram(L"regsvr32.exe /u /s \"" + ServerDll().wstring() + L"\"");
-  CHECK(code == 0, "regsvr32 /u unregisters camrelay.dll (exit code " + std::to_string(code) + ")");
+void RegisterServer(bool unregister) {
+  const int code = RunProgram(L"regsvr32.exe /s " + std::wstring(unregister ? L"/u \"" : L"\"") +
+                              ServerDll().wstring() + L"\"");
+  CHECK(code == 0, std::string(unregister ? "regsvr32 /u" : "regsvr32") + " ends with 0, not " + std::to_string(code));
 }
 
 bool RegistryKeyExists(HKEY root, const std::wstring& key) {
@@ -107,28 +103,43 @@ void PumpFor(DWORD ms) {
   PumpUntil([] { return false; }, ms);
 }
 
-VARIANT Text(const std::wstring& value) {
+namespace {
+VARIANT Of(VARTYPE type) {
   VARIANT v;
   VariantInit(&v);
-  V_VT(&v) = VT_BSTR;
+  V_VT(&v) = type;
+  return v;
+}
+}  // namespace
+
+VARIANT Text(const std::wstring& value) {
+  VARIANT v = Of(VT_BSTR);
   V_BSTR(&v) = SysAllocString(value.c_str());
   return v;
 }
 
 VARIANT Long(long value) {
-  VARIANT v;
-  VariantInit(&v);
-  V_VT(&v) = VT_I4;
+  VARIANT v = Of(VT_I4);
   V_I4(&v) = value;
   return v;
 }
 
 VARIANT Bool(bool value) {
-  VARIANT v;
-  VariantInit(&v);
-  V_VT(&v) = VT_BOOL;
+  VARIANT v = Of(VT_BOOL);
   V_BOOL(&v) = value ? VARIANT_TRUE : VARIANT_FALSE;
   return v;
+}
+
+VARIANT Reference(VARTYPE type, void* target) {
+  VARIANT v = Of(VT_BYREF | type);
+  V_BYREF(&v) = target;
+  return v;
+}
+
+std::string Hex(HRESULT hr) {
+  char text[16];
+  wsprintfA(text, "0x%08lX", static_cast<unsigned long>(hr));
+  return text;
 }
 
 HRESULT LateBound::Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT>& arguments, VARIANT* result) {
@@ -158,13 +169,6 @@ VARIANT LateBound::Get(const wchar_t* name) {
   std::vector<VARIANT> none;
   Invoke(name, DISPATCH_PROPERTYGET | DISPATCH_METHOD, none, &result);
   return result;
-}
-
-std::wstring LateBound::GetText(const wchar_t* name) {
-  VARIANT value = Get(name);
-  std::wstring text = V_VT(&value) == VT_BSTR && V_BSTR(&value) ? V_BSTR(&value) : L"";
-  VariantClear(&value);
-  return text;
 }
 
 long LateBound::GetLong(const wchar_t* name) {
@@ -234,30 +238,48 @@ std::vector<long> EventSink::States() const {
   return states;
 }
 
-bool EventSink::Saw(long state) const {
-  for (long seen : States())
-    if (seen == state) return true;
-  return false;
-}
-
-std::wstring EventSink::DebugLines() const {
+std::wstring EventSink::DebugLines(std::size_t from) const {
   std::wstring lines;
-  for (const auto& event : events)
-    if (event.id == 3) lines += event.text + L"\n";
+  for (std::size_t i = from; i < events.size(); ++i)
+    if (events[i].id == 3) lines += events[i].text + L"\n";
   return lines;
 }
 
-// Connetti to the test's unit; arguments passed by value, as scripts pass
-// literals, except the port, passed by reference as compiled hosts pass it.
 void Connect(LateBound client, long protocol, long localPort, const std::filesystem::path& folder) {
   long port = UnitPort();
-  VARIANT byReference;
-  VariantInit(&byReference);
-  V_VT(&byReference) = VT_BYREF | VT_I4;
-  V_I4REF(&byReference) = &port;
   std::filesystem::create_directories(folder);
-  client.Call(L"Connetti", {Text(L"127.0.0.1"), byReference, Long(localPort), Bool(false), Long(protocol),
+  client.Call(L"Connetti", {Text(L"127.0.0.1"), Reference(VT_I4, &port), Long(localPort), Bool(false), Long(protocol),
                             Text(folder.wstring())});
+}
+
+Created::Created() {
+  CLSID clsid{};
+  CHECK(SUCCEEDED(CLSIDFromProgID(L"CamRelay.clsClient", &clsid)), "the ProgID CamRelay.clsClient is known");
+  CHECK(IsEqualCLSID(clsid, CLSID_clsClient), "the ProgID names the class in the type library");
+  const HRESULT hr =
+      CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, reinterpret_cast<void**>(&object));
+  if (!CHECK(SUCCEEDED(hr) && object, "CoCreateInstance creates the object")) std::exit(Failures());
+  CHECK(sink.Connect(object), "a sink connects to __clsClient");
+}
+
+Created::~Created() {
+  sink.Disconnect();
+  object->Release();
+}
+
+bool Created::AwaitState(std::initializer_list<long> states, DWORD limit) {
+  const std::size_t seen = sink.States().size();
+  long reached = -1;
+  PumpUntil(
+      [&] {
+        const auto all = sink.States();
+        for (std::size_t i = seen; i < all.size(); ++i)
+          for (long state : states)
+            if (all[i] == state) reached = state;
+        return reached >= 0;
+      },
+      limit);
+  return reached == *states.begin();
 }
 
 long FreeUdpPort() {

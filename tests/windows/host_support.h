@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -30,8 +31,7 @@ int UnitPort();
 // Runs a program and returns its exit code (-1 when it cannot start or
 // overruns its time).
 int RunProgram(const std::wstring& commandLine, DWORD timeoutMs = 60000);
-void RegisterServer();
-void UnregisterServer();
+void RegisterServer(bool unregister = false);
 bool RegistryKeyExists(HKEY root, const std::wstring& key);
 std::wstring RegistryText(HKEY root, const std::wstring& key, const wchar_t* name);
 std::wstring GuidText(REFGUID guid);
@@ -40,10 +40,12 @@ std::wstring GuidText(REFGUID guid);
 bool PumpUntil(const std::function<bool()>& done, DWORD timeoutMs);
 void PumpFor(DWORD ms);
 
-// Owned Variants for arguments.
+// Owned Variants for arguments, and one that refers to target as type.
 VARIANT Text(const std::wstring& value);
 VARIANT Long(long value);
 VARIANT Bool(bool value);
+VARIANT Reference(VARTYPE type, void* target);
+std::string Hex(HRESULT hr);
 
 // An automation object reached the way script hosts reach it: by name.
 class LateBound {
@@ -52,7 +54,6 @@ class LateBound {
   // Calls a method; arguments in their written order, cleared afterwards.
   HRESULT Call(const wchar_t* name, std::vector<VARIANT> arguments = {});
   VARIANT Get(const wchar_t* name);
-  std::wstring GetText(const wchar_t* name);
   long GetLong(const wchar_t* name);
   HRESULT Put(const wchar_t* name, VARIANT value);
 
@@ -93,13 +94,29 @@ class EventSink final : public IDispatch {
   std::vector<Event> events;
   // The states of CambioStatoConnessione in arrival order.
   std::vector<long> States() const;
-  bool Saw(long state) const;
-  std::wstring DebugLines() const;
+  // The OnDebug lines from the event at from on, each ending in a newline.
+  std::wstring DebugLines(std::size_t from = 0) const;
 
  private:
   ULONG references_ = 1;
   IConnectionPoint* point_ = nullptr;
   DWORD cookie_ = 0;
+};
+
+// The server, created by its ProgID as CreateObject does, with a sink on its
+// events. A group cannot go on without it: it exits when creation fails.
+struct Created {
+  Created();
+  ~Created();
+  Created(const Created&) = delete;
+  Created& operator=(const Created&) = delete;
+  LateBound Client() { return LateBound(object); }
+  // Pumps until CambioStatoConnessione brings one of the states; true when
+  // the first of them came.
+  bool AwaitState(std::initializer_list<long> states, DWORD limit = 30000);
+
+  IDispatch* object = nullptr;
+  EventSink sink;
 };
 
 }  // namespace host
