@@ -6,33 +6,19 @@
 
 using namespace camrelay::host;
 
-namespace {
-
-Captured AnswerOf(const std::string& text) {
-  Console console(OutputOptions{});
-  Captured captured;
-  console.Capture(&captured, "unit");
-  console.Answer(text);
-  return captured;
-}
-
-}  // namespace
-
-TEST(Console, AnAnswerIsShownInUtf8OnOneLineWithItsControlsEscaped) {
-  EXPECT_EQ(AnswerOf("Citt\xE0 \x80").notes, std::vector<std::string>{"Citt\xC3\xA0 \xE2\x82\xAC"});
-  EXPECT_EQ(AnswerOf("a\x1b[2Jb\nc\td\x7f").notes, std::vector<std::string>{"a\\x1b[2Jb\\nc\\td\\x7f"});
-  // Bytes Windows-1252 leaves undefined become C1 controls, escaped as well.
-  EXPECT_EQ(AnswerOf("x\x81y").notes, std::vector<std::string>{"x\\u0081y"});
-}
-
-TEST(Console, NotesAndErrorsEscapeControlsAndHideSecrets) {
+TEST(Console, TextIsShownInUtf8OnOneLineWithItsControlsEscapedAndSecretsHidden) {
   Console console(OutputOptions{});
   Captured captured;
   console.Capture(&captured, "unit");
   console.AddSecret("123456");
+  console.Answer("Citt\xE0 \x80");
+  console.Answer("a\x1b[2Jb\nc\td\x7f");
+  // Bytes Windows-1252 leaves undefined become C1 controls, escaped as well.
+  console.Answer("x\x81y");
   console.Note("file \x1b]0;title\x07 of 123456");
   console.Error("bad \xC2\x9B" "31m");
-  EXPECT_EQ(captured.notes, std::vector<std::string>{"file \\x1b]0;title\\x07 of ******"});
+  EXPECT_EQ(captured.notes, (std::vector<std::string>{"Citt\xC3\xA0 \xE2\x82\xAC", "a\\x1b[2Jb\\nc\\td\\x7f",
+                                                      "x\\u0081y", "file \\x1b]0;title\\x07 of ******"}));
   EXPECT_EQ(captured.errors, std::vector<std::string>{"bad \\u009b31m"});
 }
 

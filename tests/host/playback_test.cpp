@@ -9,6 +9,7 @@
 
 using namespace camrelay;
 namespace fs = std::filesystem;
+using Order = host::PlaybackOrder;
 
 namespace {
 
@@ -48,7 +49,7 @@ struct HeldClip : test::ClientOnFakePlatform {
     platform->socket->deliver("{}1{}" + std::to_string(image.size()) + "{}" + image);
   }
 
-  // What the "08" requests sent so far asked for, the last first.
+  // What the last "08" request sent asked for.
   std::string LastAsked() const {
     for (auto it = platform->socket->sent.rbegin(); it != platform->socket->sent.rend(); ++it)
       if (it->starts_with("{}") && it->ends_with("\r\n")) return it->substr(2, it->size() - 4);
@@ -67,65 +68,48 @@ struct HeldClip : test::ClientOnFakePlatform {
 }  // namespace
 
 // The link sends what an "08" asks for once the unit has taken it: each
-// check of LastAsked follows the unit's answer.
+// check of LastAsked follows the unit's answer. An open clip waits for the
+// user: nothing is asked for by itself, and only a play steps on.
 TEST_F(HeldClip, MovesOnlyOnOrdersPlaysToTheEndAndEndsWhenClosed) {
   Start(host::Op::Playback, "clip1.avi", 0, false);
   Answer("frame-0");
   EXPECT_EQ(LastAsked(), "clip1.avi");
-  EXPECT_FALSE(action->HeldOver(ctx)) << "an open clip waits for the user";
-  EXPECT_EQ(client.RichiesteInCoda(), 0) << "nothing is asked for by itself";
-
-  ASSERT_TRUE(action->Order(ctx, host::PlaybackOrder::Seek, 1.5));
-  Answer("frame-6");
-  EXPECT_EQ(LastAsked().rfind("CurrentTimeFileVideo:1.5", 0), 0u) << LastAsked();
-  ASSERT_TRUE(action->Order(ctx, host::PlaybackOrder::Quality, 40));
-  Answer("");
-  EXPECT_EQ(LastAsked(), "SetQualityImages:40");
-
-  // Played, each frame asks for the next; the last frame again is the end.
-  ASSERT_TRUE(action->Order(ctx, host::PlaybackOrder::Play, 0));
-  Answer("frame-7");
-  EXPECT_EQ(LastAsked(), "NEXTFRAME:");
-  EXPECT_EQ(client.RichiesteInCoda(), 1) << "the play does not step on";
-  Answer("frame-7");
-  EXPECT_EQ(client.RichiesteInCoda(), 0) << "the play goes on past the clip's end";
-  ASSERT_TRUE(action->Order(ctx, host::PlaybackOrder::Previous, 0));
-  Answer("frame-6");
-  EXPECT_EQ(LastAsked(), "PREVFRAME:");
-  EXPECT_EQ(client.RichiesteInCoda(), 0) << "a step is one frame, not a play";
+  EXPECT_FALSE(action->HeldOver(ctx));
+  EXPECT_EQ(client.RichiesteInCoda(), 0);
+  auto step = [&](std::optional<Order> order, double value, const char* image, const char* asked, int queued) {
+    SCOPED_TRACE(asked);
+    if (order) ASSERT_TRUE(action->Order(ctx, *order, value));
+    Answer(image);
+    EXPECT_TRUE(LastAsked().starts_with(asked)) << LastAsked();
+    EXPECT_EQ(client.RichiesteInCoda(), queued);
+  };
+  step(Order::Seek, 1.5, "frame-6", "CurrentTimeFileVideo:1.5", 0);
+  step(Order::Quality, 40, "", "SetQualityImages:40", 0);
+  step(Order::Play, 0, "frame-7", "NEXTFRAME:", 1);
+  step(std::nullopt, 0, "frame-7", "NEXTFRAME:", 0);  // the last frame again: the clip's end
+  step(Order::Previous, 0, "frame-6", "PREVFRAME:", 0);
   EXPECT_FALSE(fs::exists(dir.path() / "Snapshot")) << "frames saved while not recording";
 
   action->Record(true);
-  ASSERT_TRUE(action->Order(ctx, host::PlaybackOrder::Next, 0));
+  ASSERT_TRUE(action->Order(ctx, Order::Next, 0));
   Answer("frame-7");
-  EXPECT_EQ(LastAsked(), "NEXTFRAME:");
   EXPECT_EQ(Saved("playback-clip1-"), 1);
 
-  ASSERT_TRUE(action->Order(ctx, host::PlaybackOrder::Close, 0));
+  ASSERT_TRUE(action->Order(ctx, Order::Close, 0));
   EXPECT_FALSE(action->HeldOver(ctx)) << "over only once the unit closed it";
-  EXPECT_FALSE(action->Order(ctx, host::PlaybackOrder::Next, 0)) << "a closing clip takes no order";
+  EXPECT_FALSE(action->Order(ctx, Order::Next, 0)) << "a closing clip takes no order";
   Answer("");
   EXPECT_EQ(LastAsked(), "CLOSE:");
   EXPECT_TRUE(action->HeldOver(ctx));
   EXPECT_EQ(action->Finish(ctx, std::nullopt), std::nullopt);
 }
 
-TEST_F(HeldClip, AClipTheUnitRefusesIsOverWithItsReason) {
-  Start(host::Op::Playback, "nosuch.avi", 0, true);
-  Answer("", "Reg Error");
-  EXPECT_TRUE(action->HeldOver(ctx));
-  EXPECT_FALSE(action->Order(ctx, host::PlaybackOrder::Next, 0));
-  EXPECT_EQ(action->Finish(ctx, std::nullopt),
-            "the unit answered \"Reg Error\": it has no clip nosuch.avi, or cannot play it");
-}
-
 TEST_F(HeldClip, APreviewSavesOnlyWhileRecording) {
   Start(host::Op::Preview, "1", 3, false);
-  Answer("image-a");
-  action->Record(true);
-  Answer("image-b");
-  action->Record(false);
-  Answer("image-c");
+  for (bool record : {false, true, false}) {
+    action->Record(record);
+    Answer("image");
+  }
   EXPECT_EQ(Saved("preview-cam1-"), 1);
   const std::vector<QueuedRequest> queue = client.Status().queue;
   ASSERT_EQ(queue.size(), 1u) << "stopped after the images asked for, saved or not";

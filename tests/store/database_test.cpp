@@ -58,51 +58,15 @@ TEST_P(DatabaseTest, NewDatabaseHasTheStandardTables) {
   EXPECT_EQ(Rows("NumTel").size(), 1u);
 }
 
-// The automatic opening never makes a database, on a server either: a
-// schema without tables is refused and left without them.
-TEST_P(DatabaseTest, AutomaticOpeningUsesOnlyADatabaseThatIsThere) {
-  store::DataVideo other;
-  other.SetConnectionString(Connection("absent"));
-  EXPECT_THAT([&] { other.EnsureOpen(&form, "LoadDataFromDB"); },
-              ::testing::ThrowsMessage<std::runtime_error>(HasSubstr("is not created here")));
-  EXPECT_EQ(other.ConnectionState(), 0);
-  EXPECT_TRUE(form.lines.empty());
-  EXPECT_TRUE(store::InitDatabase(Connection("absent")));
-}
-
 ON_BOTH_ENGINES(DatabaseTest);
 
-// Each connection string fails to open with one "OpenDB: " line holding
-// its advice, and leaves the database closed.
-template <std::size_t N>
-void ExpectOpenFailures(LinkFixture& link, const std::pair<std::string, const char*> (&cases)[N]) {
-  for (const auto& [connection, advice] : cases) {
-    link.debug.clear();
-    link.form().StringaConnDB(connection);
-    link.form().OpenDB();
-    EXPECT_THAT(link.debug, ElementsAre(AllOf(StartsWith("OpenDB: "), HasSubstr(advice)))) << connection;
-    EXPECT_EQ(link.db().ConnectionState(), 0);
-  }
-}
-
-// A server that cannot be reached, or a schema that cannot be made, is an
-// "OpenDB: " line that says what to check.
-TEST(OpenDB, ServerFailuresTellWhatToCheck) {
-  LinkFixture link(0);
-  PostgresSchemas schemas;
-  const std::pair<std::string, const char*> cases[] = {
-      {"Provider=PostgreSQL;Host=127.0.0.1;Port=1;connect_timeout=2",
-       "cannot connect to the PostgreSQL server (connection to server at \"127.0.0.1\", port 1 failed"},
-      {schemas.Connection("x") + ";User ID=nobody", "role \"nobody\" does not exist"},
-      {schemas.Connection("x") + ";Schema=pg_reserved", "cannot create the tables in the schema \"pg_reserved\""}};
-  ExpectOpenFailures(link, cases);
-}
-
-// Opening on the link's request reports a failure as "OpenDB: " and what to
-// do, and raises no state event. The data procedures open a closed database
-// themselves, saying so, and set the state without the event either.
+// Opening on the link's request reports a failure as one "OpenDB: " line
+// that says what to check or do, leaves the database closed and raises no
+// state event. The data procedures open a closed
+// database themselves, saying so, and set the state without the event either.
 TEST(OpenDB, FailuresTellWhatToDoAndDataProceduresOpenWithoutAnEvent) {
   LinkFixture link(0);
+  PostgresSchemas schemas;
   const std::filesystem::path damaged = link.dir() / "damaged.db", access = link.dir() / "access.mdb";
   store::CreateDatabase(damaged);
   std::string bytes = ReadFileBytes(damaged);
@@ -110,6 +74,10 @@ TEST(OpenDB, FailuresTellWhatToDoAndDataProceduresOpenWithoutAnEvent) {
   WriteFileBytes(damaged, bytes);
   WriteFileBytes(access, std::string(4096, 'J'));
   const std::pair<std::string, const char*> cases[] = {
+      {"Provider=PostgreSQL;Host=127.0.0.1;Port=1;connect_timeout=2",
+       "cannot connect to the PostgreSQL server (connection to server at \"127.0.0.1\", port 1 failed"},
+      {schemas.Connection("x") + ";User ID=nobody", "role \"nobody\" does not exist"},
+      {schemas.Connection("x") + ";Schema=pg_reserved", "cannot create the tables in the schema \"pg_reserved\""},
       {"Provider=Microsoft.Jet.OLEDB.4.0;Data Source=VideoSentrova.mdb;Jet OLEDB:Database Password=x;",
        "opens Access databases, which are not available here; the providers that exist are SQLite"},
       {"Provider=SQLite;Data Source=" + (link.dir() / "missing" / "v.db").string(),
@@ -117,7 +85,13 @@ TEST(OpenDB, FailuresTellWhatToDoAndDataProceduresOpenWithoutAnEvent) {
       {damaged.string(), "is damaged (database disk image is malformed); restore it from a copy"},
       {access.string(), "is not a SQLite database"},
       {link.dir().str(), "is a folder; give the path of a database file"}};
-  ExpectOpenFailures(link, cases);
+  for (const auto& [connection, advice] : cases) {
+    link.debug.clear();
+    link.form().StringaConnDB(connection);
+    link.form().OpenDB();
+    EXPECT_THAT(link.debug, ElementsAre(AllOf(StartsWith("OpenDB: "), HasSubstr(advice)))) << connection;
+    EXPECT_EQ(link.db().ConnectionState(), 0);
+  }
   EXPECT_FALSE(std::filesystem::exists(link.dir() / "missing"));
 
   link.debug.clear();

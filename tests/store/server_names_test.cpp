@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include "postgres_server.h"
-#include "store/commit_check.h"
 #include "store/connection.h"
 #include "store/postgres_backend.h"
 
@@ -101,35 +100,6 @@ TEST(ServerErrors, NeverShowThePassword) {
       EXPECT_THAT(e.what(), AllOf(HasSubstr("cannot connect"), Not(HasSubstr("s3cr"))));
     }
   }
-}
-
-// A check set for a schema runs in every transaction that commits there,
-// on its connection: refusing it keeps nothing of the transaction.
-TEST(CommitCheck, RefusingKeepsNothingOfTheTransaction) {
-  PostgresSchemas schemas;
-  const std::string connection = schemas.Connection("checked");
-  const store::ServerDatabase server = Server(connection);
-  auto db = store::OpenPostgres(server, true);
-  db->Exec("CREATE TABLE probe (x int)");
-  bool allow = true;
-  store::SetCommitCheck(server.schema, [&allow](store::Backend& checked) {
-    EXPECT_TRUE(checked.InTransaction());
-    if (!allow) throw std::runtime_error("claim lost");
-  });
-  {
-    store::Transaction kept(*db);
-    db->Exec("INSERT INTO probe VALUES (1)");
-    kept.Commit();
-  }
-  allow = false;
-  {
-    store::Transaction refused(*db);
-    db->Exec("INSERT INTO probe VALUES (2)");
-    EXPECT_THROW(refused.Commit(), std::runtime_error);
-  }
-  store::ClearCommitCheck(server.schema);
-  EXPECT_FALSE(db->InTransaction());
-  EXPECT_EQ(FirstValue(*db, "SELECT count(*) FROM probe"), "1");
 }
 
 }  // namespace

@@ -8,12 +8,9 @@
 #include <memory>
 #include <thread>
 
-#include "postgres_server.h"
-#include "store/DataVideo.h"
 #include "store/commit_check.h"
 #include "store/connection.h"
 #include "store/download.h"
-#include "store/dump.h"
 #include "store/postgres_backend.h"
 #include "store_fixture.h"
 
@@ -22,14 +19,6 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-
-std::vector<std::string> Log(const std::string& text, int count) {
-  std::vector<std::string> Dati{"AA{}2{}03", ""};
-  for (int i = 0; i < count; ++i)
-    Dati.back() += "{}Registro_eventi{}3{}" + std::to_string(i) + "{}3{}05/03/2024 9:00{}7{}12{}3{}" + text +
-                   std::to_string(i) + "{}202\r\n";
-  return Dati;
-}
 
 class ServerPoolTest : public ::testing::Test {
  protected:
@@ -57,6 +46,10 @@ class ServerPoolTest : public ::testing::Test {
                   watcher->Literal(tag));
   }
   std::size_t LogRows(store::DataVideo& db) { return store::DumpTable(db, "Registro_eventi").rows.size(); }
+  // Adds the first `count` events of the log to the unit's database.
+  int Download(store::DataVideo& db, int count, RecordingSink& form) {
+    return store::AddNewRecords(LogTransfer(0, count), db, "Registro_eventi", &form);
+  }
 
   PostgresSchemas schemas;
   const std::string tag = schemas.Schema("pool");
@@ -75,7 +68,7 @@ TEST_F(ServerPoolTest, UnitsOpenAtOnceShareTheLimitedConnections) {
   {
     std::vector<std::jthread> stores;
     for (std::size_t n = 0; n < units.size(); ++n)
-      stores.emplace_back([&, n] { added[n] = store::AddNewRecords(Log("u", 40), *units[n], "Registro_eventi", &forms[n]); });
+      stores.emplace_back([&, n] { added[n] = Download(*units[n], 40, forms[n]); });
   }
   EXPECT_LE(ServerConnections(), 2);
   EXPECT_LE(store::ServerConnectionsPeak(), 2);
@@ -91,20 +84,20 @@ TEST_F(ServerPoolTest, UnitsOpenAtOnceShareTheLimitedConnections) {
 TEST_F(ServerPoolTest, AServerLostIsReachedAgainAndAStoreCutShortIsReported) {
   auto db = Unit("lost");
   RecordingSink form;
-  EXPECT_EQ(store::AddNewRecords(Log("a", 5), *db, "Registro_eventi", &form), 5);
+  EXPECT_EQ(Download(*db, 5, form), 5);
   CutConnections();
-  EXPECT_EQ(store::AddNewRecords(Log("a", 8), *db, "Registro_eventi", &form), 3);
+  EXPECT_EQ(Download(*db, 8, form), 3);
   EXPECT_THAT(form.lines, IsEmpty());
 
   const std::string schema = std::get<store::ServerDatabase>(store::ParseConnection(db->ConnectionString())).schema;
   store::SetCommitCheck(schema, [this](store::Backend&) { CutConnections(); });
-  EXPECT_EQ(store::AddNewRecords(Log("a", 12), *db, "Registro_eventi", &form), 0);
+  EXPECT_EQ(Download(*db, 12, form), 0);
   store::ClearCommitCheck(schema);
   ASSERT_FALSE(form.lines.empty());
   EXPECT_THAT(form.lines.back(), HasSubstr("AddNewRecords on line"));
   EXPECT_EQ(LogRows(*db), 8u);
   form.lines.clear();
-  EXPECT_EQ(store::AddNewRecords(Log("a", 12), *db, "Registro_eventi", &form), 4);
+  EXPECT_EQ(Download(*db, 12, form), 4);
   EXPECT_EQ(LogRows(*db), 12u);
   EXPECT_THAT(form.lines, IsEmpty());
 }

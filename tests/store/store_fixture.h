@@ -76,6 +76,21 @@ inline std::string EngineName(const ::testing::TestParamInfo<Engine>& info) {
 #define ON_BOTH_ENGINES(Suite) \
   INSTANTIATE_TEST_SUITE_P(, Suite, ::testing::Values(Engine::SQLite, Engine::PostgreSQL), EngineName)
 
+// A log record line as the unit sends it.
+inline std::string LogLine(int id, const std::string& when, const std::string& text) {
+  return "{}Registro_eventi{}3{}" + std::to_string(id) + "{}3{}" + when + "{}7{}12{}3{}" + text + "{}202\r\n";
+}
+
+// A log transfer of `count` events from `from` on, seven to an element.
+inline std::vector<std::string> LogTransfer(int from, int count) {
+  std::vector<std::string> Dati{"AA{}2{}03"};
+  for (int i = from; i < from + count; ++i) {
+    if (Dati.size() == 1 || i % 7 == 0) Dati.emplace_back();
+    Dati.back() += LogLine(i, "05/03/2024 9:00", "evento " + std::to_string(i));
+  }
+  return Dati;
+}
+
 // The bodies of an upload's data elements, as the reception hands them to
 // the store: each element without its "{}<i>{}<length>" CR LF header.
 inline std::vector<std::string> Bodies(const std::vector<std::string>& payload) {

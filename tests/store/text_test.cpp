@@ -55,6 +55,7 @@ TEST(WireValues, RealsTakeTheDecimalComma) {
   EXPECT_EQ(ToWireText(kAdoSingle, -0.25), "-0,25");
   EXPECT_EQ(ToWireText(kAdoCurrency, 1e20), "1E+20");
   EXPECT_EQ(ToWireText(kAdoDouble, 12.0), "12");
+  EXPECT_EQ(FromWireText("5", ToWireText(kAdoDouble, 0.1 + 0.2)), DbValue(0.1 + 0.2)) << "every digit travels";
   for (const char* type : {"4", "5", "6"}) {
     EXPECT_EQ(FromWireText(type, "12,5"), DbValue(12.5)) << type;
     EXPECT_EQ(FromWireText(type, " 12.5 "), DbValue(12.5)) << type;

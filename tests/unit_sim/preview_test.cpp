@@ -19,15 +19,15 @@ class PreviewTest : public SessionTest {
   }
 };
 
+// The image itself, on both transports, and a camera the unit lacks are
+// checked end to end against the component; here, the answers the
+// component's probes and stop get.
 TEST_F(PreviewTest, ACameraImageTravelsInPiecesWithItsSize) {
-  std::string image(7000, '\0');
-  for (std::size_t i = 0; i < image.size(); ++i) image[i] = static_cast<char>(i % 253);
-  content.previews[2] = image;
+  content.previews[2] = std::string(7000, '\xD8');
   Start(true);
   EXPECT_EQ(Ask("2"), Messages{"AA{}3{}09{}7000"});
-  EXPECT_EQ(Collect(), image);
+  EXPECT_EQ(Collect(), content.previews[2]);
   EXPECT_EQ(Ask("0"), Messages{"AA{}0{}09{}OK"}) << "camera 0 stops the preview";
-  EXPECT_EQ(Ask("5"), Messages{"AA{}0{}09{}Reg Error"});
   // On UDP the argument is an element of its own and the image follows the
   // closing one.
   Start(false);
