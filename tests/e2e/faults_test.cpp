@@ -29,7 +29,8 @@ TEST_P(TcpReset, MidDownloadIsSurvivedAndTheDownloadArrivesWholeOnce) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Downloads, TcpReset,
-                         ::testing::Values(std::make_pair("download-log", "30"), std::make_pair("download-media", "2")),
+                         ::testing::Values(std::make_pair("download-log", "30"),
+                                           std::make_pair("download-media", "2")),
                          [](const auto& info) { return info.param.first == std::string("download-log") ? "Log" : "Media"; });
 
 // The unit may answer a command string's last element with the answer's
