@@ -222,14 +222,14 @@ std::vector<Check> EndToEnd::DownloadChecks() {
        [](const Outcome& run) { return run.out.find("EVENTI:") == std::string::npos; }},
       // A stream image is never asked for again.
       {{"stream-image", "2"}, [=](auto&) { return FileBytes(stream) == FileBytes(preview / "cam2.jpg"); },
-       [=](auto&) { return !fs::exists(stream); }, false},
+       [=](auto&) { return !fs::exists(stream); }},
       // Taking turns between the two cameras, then the preview stops.
       {{"preview", "1,3", "--images", "4"},
        [=, this](auto&) {
          return previews() == 4 && fs::exists(hostDir_ / "Snapshot/preview-cam1-0002.jpg") &&
                 fs::exists(hostDir_ / "Snapshot/preview-cam3-0002.jpg");
        },
-       [=](auto&) { return previews() >= 0; }, false},
+       [=](auto&) { return previews() >= 0; }},
   };
 }
 

@@ -41,7 +41,6 @@ struct Check {
   std::vector<std::string> args;
   std::function<bool(const Outcome&)> exact;
   std::function<bool(const Outcome&)> untouched;
-  bool retried = true;  // a failure is the retries running out
 };
 std::vector<std::string> Commands(const std::vector<Check>& checks);
 // Whether the run reported a failure of this command, or its give-up after
