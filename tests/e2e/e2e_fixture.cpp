@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <boost/asio.hpp>
+#include <sstream>
+#include <thread>
 
 #include "store/DataVideo.h"
 #include "store/dump.h"
@@ -76,6 +78,30 @@ void EndToEnd::StopUnit() {
   if (unit_) unit_->Stop();
 }
 
+void EndToEnd::StartUnits(int count, const std::vector<std::string>& extra) {
+  std::vector<std::string> args{"--dir", unitDir_.string(), "--udp", "--tcp", "--port", "0",
+                                "--units", std::to_string(count), "--exit-after", kUnitLifetime, "-q"};
+  args.insert(args.end(), extra.begin(), extra.end());
+  units = std::make_unique<Process>(ProgramPath("camrelay-unit"), args, std::vector<std::string>{}, logs_, "units");
+  // A line per unit and transport: "unit N listening on udp 127.0.0.1:PORT".
+  std::string out;
+  for (const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+       std::count(out.begin(), out.end(), '\n') < 2 * count && std::chrono::steady_clock::now() < deadline;
+       std::this_thread::sleep_for(std::chrono::milliseconds(50)))
+    out = units->Stdout();
+  std::istringstream lines(out);
+  std::string word, unit, number, listening, on, transport, where;
+  while (lines >> word >> unit >> number >> listening >> on >> transport >> where) {
+    const int port = std::stoi(where.substr(where.rfind(':') + 1));
+    (transport == "udp" ? ports_[std::stoi(number)].udp : ports_[std::stoi(number)].tcp) = port;
+  }
+  ASSERT_EQ(static_cast<int>(ports_.size()), count) << out << units->Stderr();
+}
+
+fs::path EndToEnd::UnitDb(int number) const {
+  return unitDir_ / ("unit-" + std::to_string(number)) / "VideoSentrova.db";
+}
+
 std::vector<std::string> EndToEnd::HostArguments(const std::vector<std::string>& args) const {
   std::vector<std::string> all{"--host", "127.0.0.1", "--port", std::to_string(peerPort ? peerPort : port_),
                                "--dir", hostDir_.string()};
@@ -101,11 +127,14 @@ Outcome EndToEnd::Host(const std::vector<std::string>& args, std::chrono::second
 }
 
 std::optional<int> EndToEnd::HostKilledAfter(const std::vector<std::string>& args, std::chrono::milliseconds after) {
-  Process host(ProgramPath("camrelay"), HostArguments(args), HostEnvironment(env), logs_,
-               "host" + std::to_string(++runs_));
-  const auto exit = host.Wait(after);
-  host.Kill();
+  const auto host = Launch(HostArguments(args), "host" + std::to_string(++runs_));
+  const auto exit = host->Wait(after);
+  host->Kill();
   return exit;
+}
+
+std::unique_ptr<Process> EndToEnd::Launch(const std::vector<std::string>& args, const std::string& tag) {
+  return std::make_unique<Process>(ProgramPath("camrelay"), args, HostEnvironment(env), logs_, tag);
 }
 
 Outcome EndToEnd::Camrelay(const std::vector<std::string>& args, const std::vector<std::string>& extraEnv,
@@ -118,6 +147,156 @@ Outcome EndToEnd::Camrelay(const std::vector<std::string>& args, const std::vect
   outcome.err = host.Stderr();
   outcome.peakRssKiB = host.PeakRssKiB();
   return outcome;
+}
+
+namespace {
+
+bool SameTables(const fs::path& a, const fs::path& b, std::initializer_list<const char*> tables) {
+  return std::all_of(tables.begin(), tables.end(), [&](const char* table) { return Rows(a, table) == Rows(b, table); });
+}
+
+bool EmptyTables(const fs::path& database, std::initializer_list<const char*> tables) {
+  return std::all_of(tables.begin(), tables.end(), [&](const char* table) { return Rows(database, table).empty(); });
+}
+
+// The host's database starts as a copy of the unit's.
+void CopyDatabase(const fs::path& from, const fs::path& to, const std::string& changes) {
+  fs::remove(to);
+  Execute(from, "VACUUM INTO '" + to.string() + "'");
+  Execute(to, changes);
+}
+
+}  // namespace
+
+std::vector<Check> EndToEnd::DownloadChecks() {
+  for (const char* folder : {"Audio", "Snapshot", "VideoAvi"}) fs::remove_all(hostDir_ / folder);
+  CopyDatabase(unitDb(), hostDb(),
+               "UPDATE Ingressi SET Descrizione = 'vecchia ' || NumeroIngresso; DELETE FROM Registro_eventi;"
+               "DELETE FROM CamEvents; DELETE FROM ProgCamEvents; DELETE FROM Festivita;");
+  const Programming older = ProgrammingOf(hostDb());
+  const fs::path clip = FirstFile(unitDir_ / "VideoAvi", ".avi");
+  const fs::path hostClip = hostDir_ / "VideoAvi" / clip.filename();
+  fs::create_directories(hostClip.parent_path());
+  test::WriteFileBytes(hostClip, "an older recording");
+  const std::string events = "EVENTI:" + std::to_string(Rows(unitDb(), "Registro_eventi").size());
+  const fs::path preview = unitDir_ / "Preview";
+  const fs::path stream = hostDir_ / "Snapshot/stream-cam2-0001.jpg";
+  // How many preview images were saved, or -1 if one is not a whole image
+  // of its camera. A lost one is skipped and the next asked for.
+  auto previews = [this, preview] {
+    int saved = 0;
+    if (!fs::exists(hostDir_ / "Snapshot")) return saved;
+    for (const auto& entry : fs::directory_iterator(hostDir_ / "Snapshot")) {
+      const std::string name = entry.path().filename().string();
+      if (!name.starts_with("preview-")) continue;
+      const std::string camera = name.substr(std::string("preview-").size(), 4);  // "cam1"
+      if (FileBytes(entry.path()) != FileBytes(preview / (camera + ".jpg"))) return -1;
+      ++saved;
+    }
+    return saved;
+  };
+  auto voices = [this](bool exact) {
+    for (const auto& entry : fs::directory_iterator(unitDir_ / "Audio")) {
+      const fs::path mine = hostDir_ / "Audio" / entry.path().filename();
+      // A voice message arrives with one zero byte more than the unit
+      // holds: the library writes it so on purpose.
+      if (exact ? FileBytes(mine) != FileBytes(entry.path()) + '\0' : fs::exists(mine)) return false;
+    }
+    return true;
+  };
+  return {
+      {{"download-prog"}, [this](auto&) { return ProgrammingOf(hostDb()) == ProgrammingOf(unitDb()); },
+       [this, older](auto&) { return ProgrammingOf(hostDb()) == older; }},
+      {{"download-log"}, [this](auto&) { return Log(hostDb()) == Log(unitDb()); },
+       [this](auto&) { return EmptyTables(hostDb(), {"Registro_eventi"}); }},
+      {{"download-cam-events"}, [this](auto&) { return SameTables(hostDb(), unitDb(), {"CamEvents"}); },
+       [this](auto&) { return EmptyTables(hostDb(), {"CamEvents"}); }},
+      {{"download-prog-cam-events"},
+       [this](auto&) { return SameTables(hostDb(), unitDb(), {"ProgCamEvents", "Festivita"}); },
+       [this](auto&) { return EmptyTables(hostDb(), {"ProgCamEvents", "Festivita"}); }},
+      {{"download-wave"}, [voices](auto&) { return voices(true); }, [voices](auto&) { return voices(false); }},
+      // A clip being received never takes the place of the one there.
+      {{"download-media", clip.filename().string()}, [=](auto&) { return FileBytes(hostClip) == FileBytes(clip); },
+       [=](auto&) { return FileBytes(hostClip) == "an older recording"; }},
+      {{"request-command", "EVENTI?"}, [events](const Outcome& run) { return HasLine(run.out, events); },
+       [](const Outcome& run) { return run.out.find("EVENTI:") == std::string::npos; }},
+      // A stream image is never asked for again.
+      {{"stream-image", "2"}, [=](auto&) { return FileBytes(stream) == FileBytes(preview / "cam2.jpg"); },
+       [=](auto&) { return !fs::exists(stream); }},
+      // Taking turns between the two cameras, then the preview stops.
+      {{"preview", "1,3", "--images", "4"},
+       [=, this](auto&) {
+         return previews() == 4 && fs::exists(hostDir_ / "Snapshot/preview-cam1-0002.jpg") &&
+                fs::exists(hostDir_ / "Snapshot/preview-cam3-0002.jpg");
+       },
+       [=](auto&) { return previews() >= 0; }},
+  };
+}
+
+Check EndToEnd::DownloadCheck(const std::string& command) {
+  for (Check& check : DownloadChecks())
+    if (check.args.front() == command) return check;
+  throw std::invalid_argument("no download " + command);
+}
+
+std::vector<Check> EndToEnd::UploadChecks() {
+  // Accents, quotes and commas in text, a row fewer, new numbers.
+  CopyDatabase(unitDb(), hostDb(),
+               "UPDATE Ingressi SET Descrizione = 'Città ' || NumeroIngresso || ', \"varco\"';"
+               "DELETE FROM NumTel WHERE Posizione = (SELECT max(Posizione) FROM NumTel);"
+               "UPDATE ProgCamEvents SET SensibilitaMovimento = 7;"
+               "DELETE FROM Festivita WHERE rowid = (SELECT min(rowid) FROM Festivita);");
+  const Programming older = ProgrammingOf(unitDb());
+  const auto olderCamEvents = std::make_pair(Rows(unitDb(), "ProgCamEvents"), Rows(unitDb(), "Festivita"));
+  const auto log = Rows(unitDb(), "Registro_eventi").size();
+  std::map<fs::path, std::string> olderVoices;
+  fs::create_directories(hostDir_ / "Audio");
+  std::size_t size = 7000;
+  for (const auto& entry : fs::directory_iterator(unitDir_ / "Audio")) {
+    olderVoices[entry.path().filename()] = FileBytes(entry.path());
+    test::WriteFileBytes(hostDir_ / "Audio" / entry.path().filename(), Bytes(size += 1000));
+  }
+  const fs::path firmware = root_ / "centrale-2.1.bin";
+  test::WriteFileBytes(firmware, Bytes(20000, 5));
+  const fs::path received = unitDir_ / "Firmware" / firmware.filename();
+  const fs::path command = unitDir_ / "last-command.txt";
+  fs::remove(received);
+  fs::remove(command);
+  // Each voice message is either the older one or the new one, whole.
+  auto voices = [this, olderVoices](bool exact) {
+    return std::all_of(olderVoices.begin(), olderVoices.end(), [&](const auto& voice) {
+      const std::string now = FileBytes(unitDir_ / "Audio" / voice.first);
+      return now == FileBytes(hostDir_ / "Audio" / voice.first) || (!exact && now == voice.second);
+    });
+  };
+  // A file whose last answer was lost may be there whole; never a part.
+  auto wholeOrNone = [](const fs::path& file, const std::string& bytes) {
+    return !fs::exists(file) || test::ReadFileBytes(file) == bytes;
+  };
+  const std::string firmwareBytes = FileBytes(firmware);
+  return {
+      {{"upload-prog"}, [this](auto&) { return ProgrammingOf(unitDb()) == ProgrammingOf(hostDb()); },
+       [this, older](auto&) { return ProgrammingOf(unitDb()) == older; }},
+      {{"upload-prog-cam-events"},
+       [this](auto&) { return SameTables(hostDb(), unitDb(), {"ProgCamEvents", "Festivita"}); },
+       [this, olderCamEvents](auto&) {
+         return std::make_pair(Rows(unitDb(), "ProgCamEvents"), Rows(unitDb(), "Festivita")) == olderCamEvents;
+       }},
+      {{"upload-wave"}, [voices](auto&) { return voices(true); }, [voices](auto&) { return voices(false); }},
+      {{"upload-firmware", firmware.string()},
+       [=](auto&) { return fs::exists(received) && FileBytes(received) == firmwareBytes; },
+       [=](auto&) { return wholeOrNone(received, firmwareBytes); }},
+      {{"send-command", "RIAVVIA tra 5 minuti"},
+       [=](auto&) { return test::ReadFileBytes(command) == "RIAVVIA tra 5 minuti"; },
+       [=](auto&) { return wholeOrNone(command, "RIAVVIA tra 5 minuti"); }},
+      // An erase whose answer was lost may or may not have happened; the log
+      // is never left half erased.
+      {{"erase-log"}, [this](auto&) { return Rows(unitDb(), "Registro_eventi").empty(); },
+       [this, log](auto&) {
+         const auto now = Rows(unitDb(), "Registro_eventi").size();
+         return now == 0 || now == log;
+       }},
+  };
 }
 
 std::vector<Row> Rows(const fs::path& database, const std::string& table, const std::string& without) {
@@ -133,6 +312,17 @@ std::vector<Row> Sorted(std::vector<Row> rows) {
   return rows;
 }
 
+std::vector<Row> Log(const fs::path& database) { return Sorted(Rows(database, "Registro_eventi", "IdRegistro")); }
+
+Programming ProgrammingOf(const fs::path& database) {
+  Programming tables;
+  for (const auto& programming : store::kProgrammingTables) {
+    const std::string table(programming.Table);
+    tables[table] = Rows(database, table);
+  }
+  return tables;
+}
+
 void Execute(const fs::path& database, const std::string& sql) {
   OpenDatabase(database)->Handle().Exec(sql);
 }
@@ -140,6 +330,35 @@ void Execute(const fs::path& database, const std::string& sql) {
 std::string FileBytes(const fs::path& file) {
   EXPECT_TRUE(fs::exists(file)) << file;
   return test::ReadFileBytes(file);
+}
+
+std::string Bytes(std::size_t size, int seed) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 7 + i / 256 + seed) % 256);
+  return bytes;
+}
+
+fs::path FirstFile(const fs::path& folder, const std::string& extension) {
+  for (const auto& entry : fs::directory_iterator(folder))
+    if (entry.path().extension() == extension) return entry.path();
+  ADD_FAILURE() << "no " << extension << " file in " << folder;
+  return {};
+}
+
+std::vector<std::string> Commands(const std::vector<Check>& checks) {
+  std::vector<std::string> commands;
+  for (const Check& check : checks) commands.insert(commands.end(), check.args.begin(), check.args.end());
+  return commands;
+}
+
+bool Failed(const Outcome& run, const std::string& command) {
+  return run.err.find("camrelay: " + command + ": ") != std::string::npos;
+}
+
+bool GaveUp(const Outcome& run, const std::string& command) {
+  const auto at = run.err.find("camrelay: " + command + ": no answer from 127.0.0.1:");
+  return at != std::string::npos &&
+         run.err.find("(Raggiunto il numero massimo di tentativi.)\n", at) != std::string::npos;
 }
 
 bool HasLine(const std::string& output, const std::string& line) {

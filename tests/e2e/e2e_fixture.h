@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,6 +32,26 @@ struct Outcome {
 
 // A row as the store gives it: nullopt for Null.
 using Row = std::vector<std::optional<std::string>>;
+// The rows of each programming table.
+using Programming = std::map<std::string, std::vector<Row>>;
+
+// What one command of a run must leave: what it fetched or sent, exact; or,
+// when it failed, what was there before, untouched.
+struct Check {
+  std::vector<std::string> args;
+  std::function<bool(const Outcome&)> exact;
+  std::function<bool(const Outcome&)> untouched;
+};
+std::vector<std::string> Commands(const std::vector<Check>& checks);
+// Whether the run reported a failure of this command, or its give-up after
+// the last retry.
+bool Failed(const Outcome& run, const std::string& command);
+bool GaveUp(const Outcome& run, const std::string& command);
+
+// The ports one camrelay-unit playing several units listens on, per unit.
+struct UnitPorts {
+  int udp = 0, tcp = 0;
+};
 
 class EndToEnd : public ::testing::Test {
  protected:
@@ -41,6 +63,11 @@ class EndToEnd : public ::testing::Test {
   void StartUnit(Transport transport, const std::vector<std::string>& extra = {});
   void StopUnit();
   Process& unit() { return *unit_; }
+  // Starts one camrelay-unit playing `count` units on UDP and TCP, each in
+  // unitDir()/unit-N on free ports of its own, and reads where they listen.
+  void StartUnits(int count, const std::vector<std::string>& extra = {});
+  const UnitPorts& ports(int number) const { return ports_.at(number); }
+  std::filesystem::path UnitDb(int number) const;
 
   // Runs camrelay against the unit with the link options filled in, then
   // args, and waits for it up to `limit`.
@@ -51,6 +78,19 @@ class EndToEnd : public ::testing::Test {
   // Runs camrelay with exactly these arguments.
   Outcome Camrelay(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
                    std::chrono::seconds limit = std::chrono::seconds(60));
+  // Starts camrelay with exactly these arguments and leaves it running.
+  std::unique_ptr<Process> Launch(const std::vector<std::string>& args, const std::string& tag);
+  // The link options for the unit StartUnit started, then args.
+  std::vector<std::string> HostArguments(const std::vector<std::string>& args) const;
+
+  // Sets the host up for a run of every download: it holds an older
+  // programming and an older recording of the unit's clip, and nothing else.
+  std::vector<Check> DownloadChecks();
+  // The same for one of them.
+  Check DownloadCheck(const std::string& command);
+  // Sets the host up for a run of every upload from a changed copy of the
+  // unit's database, voice messages and a firmware of every byte value.
+  std::vector<Check> UploadChecks();
 
   const std::filesystem::path& unitDir() const { return unitDir_; }
   const std::filesystem::path& hostDir() const { return hostDir_; }
@@ -63,9 +103,9 @@ class EndToEnd : public ::testing::Test {
   std::string code = "123456";  // "" leaves --code out
   std::vector<std::string> env;  // added to the host's environment
   int peerPort = 0;  // when set, camrelay talks to this port instead of the unit's
+  std::unique_ptr<Process> units;  // the process StartUnits started
 
  private:
-  std::vector<std::string> HostArguments(const std::vector<std::string>& args) const;
   std::vector<std::string> HostEnvironment(const std::vector<std::string>& extra) const;
 
   test::TempDir root_;
@@ -75,6 +115,7 @@ class EndToEnd : public ::testing::Test {
   int port_ = 0;
   int localPort_ = 0;
   int runs_ = 0;
+  std::map<int, UnitPorts> ports_;
 };
 
 // Every row of a table, in the order they were added; `without` names a
@@ -84,10 +125,17 @@ std::vector<Row> Rows(const std::filesystem::path& database, const std::string& 
 // The same from a database in a server, named by its connection string.
 std::vector<Row> ServerRows(const std::string& connection, const std::string& table, const std::string& without = "");
 std::vector<Row> Sorted(std::vector<Row> rows);
+// The log of a database, in an order and without the numbering of its own.
+std::vector<Row> Log(const std::filesystem::path& database);
+Programming ProgrammingOf(const std::filesystem::path& database);
 // Runs SQL on a database file.
 void Execute(const std::filesystem::path& database, const std::string& sql);
 
 std::string FileBytes(const std::filesystem::path& file);
+// `size` bytes taking every value, in an order that `seed` shifts.
+std::string Bytes(std::size_t size, int seed = 0);
+// The first file of a folder with that extension.
+std::filesystem::path FirstFile(const std::filesystem::path& folder, const std::string& extension);
 // Whether the output holds this line, whole.
 bool HasLine(const std::string& output, const std::string& line);
 

@@ -2,6 +2,7 @@
 // good unit's log arrives exactly in that unit's own folder, the bad units
 // are reported with their reasons, and no unit stops another.
 #include <nlohmann/json.hpp>
+#include <csignal>
 #include <map>
 #include <sstream>
 #include <thread>
@@ -29,69 +30,44 @@ bool OneError(const nlohmann::json& unit, const std::string& words) {
 }
 constexpr const char* kHeader = "name,host,port,transport,code,dir\n";
 
-struct UnitPorts {
-  int udp = 0, tcp = 0;
-};
-
 class Fleet : public EndToEnd {
  protected:
-  // Starts one camrelay-unit playing `count` units on UDP and TCP, each on a
-  // free port, and reads where each one listens.
-  void StartUnits(int count, const std::vector<std::string>& extra = {}) {
-    std::vector<std::string> args{"--dir", unitDir().string(), "--udp", "--tcp", "--port", "0",
-                                  "--units", std::to_string(count), "--exit-after", "300", "-q"};
-    args.insert(args.end(), extra.begin(), extra.end());
-    units_ = std::make_unique<Process>(ProgramPath("camrelay-unit"), args, std::vector<std::string>{},
-                                       hostDir().parent_path() / "logs", "units");
-    std::string out;
-    for (const auto deadline = std::chrono::steady_clock::now() + 60s;
-         std::count(out.begin(), out.end(), '\n') < 2 * count && std::chrono::steady_clock::now() < deadline;
-         std::this_thread::sleep_for(50ms))
-      out = units_->Stdout();
-    std::istringstream lines(out);
-    std::string word, unit, number, listening, on, transport, where;
-    while (lines >> word >> unit >> number >> listening >> on >> transport >> where) {
-      const int port = std::stoi(where.substr(where.rfind(':') + 1));
-      (transport == "udp" ? ports_[std::stoi(number)].udp : ports_[std::stoi(number)].tcp) = port;
-    }
-    ASSERT_EQ(static_cast<int>(ports_.size()), count) << out << units_->Stderr();
-  }
-
   // A fleet file line for unit `number` of the process, served over `transport`.
   std::string Line(int number, const std::string& transport, const std::string& codeField = "123456") {
-    const auto& p = ports_.at(number);
-    return Name(number) + ",127.0.0.1," + std::to_string(transport == "tcp" ? p.tcp : p.udp) + "," + transport +
-           "," + codeField + "," + Name(number) + "\n";
+    return Name(number) + ",127.0.0.1," + std::to_string(Port(number, transport)) + "," + transport + "," +
+           codeField + "," + Name(number) + "\n";
+  }
+  int Port(int number, const std::string& transport) const {
+    return transport == "tcp" ? ports(number).tcp : ports(number).udp;
   }
   static std::string Name(int number) { return "u" + std::to_string(number); }
 
-  fs::path WriteFleet(const std::string& text) {
-    const fs::path file = hostDir() / "units.csv";
+  fs::path WriteFleet(const std::string& text, const std::string& name = "units.csv") {
+    const fs::path file = hostDir() / name;
     test::WriteFileBytes(file, text);
     return file;
   }
 
-  fs::path UnitDb(int number) const { return unitDir() / ("unit-" + std::to_string(number)) / "VideoSentrova.db"; }
   fs::path HostDb(int number) const { return hostDir() / Name(number) / "VideoSentrova.db"; }
-  bool SameLog(int number) const {
-    return Rows(HostDb(number), "Registro_eventi", "IdRegistro") == Rows(UnitDb(number), "Registro_eventi", "IdRegistro");
-  }
-
-  std::unique_ptr<Process> units_;
-  std::map<int, UnitPorts> ports_;
 };
 
-std::map<std::string, nlohmann::json> ByUnit(const std::string& jsonLines, nlohmann::json& summary) {
+// A run's JSON lines: each unit's outcome by name, and the summary.
+struct Report {
   std::map<std::string, nlohmann::json> units;
+  nlohmann::json summary;
+};
+
+Report ByUnit(const std::string& jsonLines) {
+  Report report;
   std::istringstream lines(jsonLines);
   for (std::string line; std::getline(lines, line);) {
     const auto object = nlohmann::json::parse(line);
     if (object.contains("summary"))
-      summary = object["summary"];
+      report.summary = object["summary"];
     else
-      units[object["unit"]] = object;
+      report.units[object["unit"]] = object;
   }
-  return units;
+  return report;
 }
 
 // 50 units, odd ones over UDP and even ones over TCP, fewer links at once
@@ -109,79 +85,68 @@ TEST_F(Fleet, FiftyUnitsEachGetTheirOwnLogAndTheBadOnesAreReported) {
                                 "--timeout-short", "250", "--retries", "25", "download-log"},
                                {"FLEET_CODE=123456"}, 120s);
   ASSERT_EQ(run.exit, 1) << run.out << run.err;
-  nlohmann::json summary;
-  const auto units = ByUnit(run.out, summary);
-  ASSERT_EQ(units.size(), 50u) << run.out;
+  const Report report = ByUnit(run.out);
+  ASSERT_EQ(report.units.size(), 50u) << run.out;
 
   int succeeded = 0;
   for (int n = 1; n <= 50; ++n) {
     SCOPED_TRACE(Name(n));
-    const auto& unit = units.at(Name(n));
-    succeeded += unit["ok"].get<bool>();
-    if (wrongCode.contains(n) || silent.contains(n)) {
-      EXPECT_FALSE(unit["ok"].get<bool>());
-      EXPECT_TRUE(OneError(unit, silent.contains(n) ? kGiveUp : kWrongCode)) << unit.dump();
-      EXPECT_TRUE(Rows(HostDb(n), "Registro_eventi").empty());
-    } else if (n == lossy && !unit["ok"].get<bool>()) {
-      // A lossy link may use up the retries; it then leaves nothing behind.
-      EXPECT_TRUE(OneError(unit, kGiveUp)) << unit.dump();
+    const auto& unit = report.units.at(Name(n));
+    const bool ok = unit["ok"].get<bool>();
+    succeeded += ok;
+    // A lossy link may use up the retries; it then leaves nothing behind.
+    if (wrongCode.contains(n) || silent.contains(n) || (n == lossy && !ok)) {
+      EXPECT_FALSE(ok);
+      EXPECT_TRUE(OneError(unit, wrongCode.contains(n) ? kWrongCode : kGiveUp)) << unit.dump();
       EXPECT_TRUE(Rows(HostDb(n), "Registro_eventi").empty());
     } else {
-      EXPECT_TRUE(unit["ok"].get<bool>()) << unit.dump();
-      EXPECT_TRUE(SameLog(n));
+      EXPECT_TRUE(ok) << unit.dump();
+      EXPECT_EQ(Log(HostDb(n)), Log(UnitDb(n)));
     }
   }
-  EXPECT_EQ(summary["units"], 50);
-  EXPECT_EQ(summary["succeeded"], succeeded);
-  EXPECT_EQ(summary["failed"], 50 - succeeded);
+  EXPECT_EQ(report.summary["units"], 50);
+  EXPECT_EQ(report.summary["succeeded"], succeeded);
+  EXPECT_EQ(report.summary["failed"], 50 - succeeded);
   // The shared settings file is neither read nor written by a fleet.
   EXPECT_FALSE(fs::exists(hostDir().parent_path() / "config" / "CamRelay"));
 }
 
-// The text form: a line per unit, a summary, exit 0 when all succeeded; a
-// quoted name keeps its comma, and the code never shows.
-TEST_F(Fleet, TextReportAndSuccess) {
-  StartUnits(2);
-  // Saved by a Windows editor: a byte-order mark first, CR LF line ends.
-  const fs::path file = WriteFleet("\xEF\xBB\xBF" + std::string(kHeader) + "# the gate\r\n\n" + Line(1, "tcp") +
-                                   "\"north, gate\",127.0.0.1," + std::to_string(ports_[2].udp) +
-                                   ",UDP,123456,north\n");
-  const Outcome run = Camrelay({"fleet", file.string(), "--parallel", "1", "download-log", "request-command",
-                                "ECHO 123456"});
-  ASSERT_EQ(run.exit, 0) << run.out << run.err;
-  EXPECT_NE(run.out.find("u1: ok in "), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("north, gate: ok in "), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find(": download-log: 2999 new records added to Registro_eventi; ECHO:ECHO ******\n"),
-            std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("fleet: 2 units in "), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find(", 2 succeeded, 0 failed\n"), std::string::npos) << run.out;
-  EXPECT_EQ(run.out.find("123456"), std::string::npos) << run.out;
-  EXPECT_EQ(Rows(hostDir() / "north" / "VideoSentrova.db", "Registro_eventi", "IdRegistro"),
-            Rows(UnitDb(2), "Registro_eventi", "IdRegistro"));
-}
-
-// A run's report names every unit's outcome; a second run given it serves
-// only the units that failed in it.
-TEST_F(Fleet, ARetryServesOnlyTheUnitsThatFailed) {
+// The text form: a line per unit and a summary; a quoted name keeps its
+// comma, and the code never shows. The run's report names every unit's
+// outcome; a second run given it serves only the units that failed in it,
+// and ends 0 when all of them succeed.
+TEST_F(Fleet, TextReportAndARetryOfTheUnitsThatFailed) {
   StartUnits(3);
   const fs::path report = hostDir() / "first.jsonl";
-  const fs::path wrong = WriteFleet(kHeader + Line(1, "tcp") + Line(2, "tcp", "654000") + Line(3, "udp"));
-  const Outcome first = Camrelay({"fleet", wrong.string(), "--report", report.string(), "download-prog"});
+  // Saved by a Windows editor: a byte-order mark first, CR LF line ends.
+  const std::string north = "\"north, gate\",127.0.0.1," + std::to_string(ports(3).udp) + ",UDP,123456,north\r\n";
+  const fs::path wrong = WriteFleet("\xEF\xBB\xBF" + std::string(kHeader) + "# the gate\r\n\n" + Line(1, "tcp") +
+                                    Line(2, "tcp", "654000") + north);
+  const Outcome first = Camrelay({"fleet", wrong.string(), "--parallel", "1", "--report", report.string(),
+                                  "download-log", "request-command", "ECHO 123456"});
   ASSERT_EQ(first.exit, 1) << first.out << first.err;
-  nlohmann::json summary;
-  const auto reported = ByUnit(FileBytes(report), summary);
-  ASSERT_EQ(reported.size(), 3u);
-  EXPECT_FALSE(reported.at("u2")["ok"].get<bool>());
+  EXPECT_NE(first.out.find("u1: ok in "), std::string::npos) << first.out;
+  EXPECT_NE(first.out.find("north, gate: ok in "), std::string::npos) << first.out;
+  const std::string records = std::to_string(Rows(UnitDb(3), "Registro_eventi").size());
+  EXPECT_NE(first.out.find(": download-log: " + records + " new records added to Registro_eventi; ECHO:ECHO ******\n"),
+            std::string::npos) << first.out;
+  EXPECT_NE(first.out.find("fleet: 3 units in "), std::string::npos) << first.out;
+  EXPECT_NE(first.out.find(", 2 succeeded, 1 failed (u2)\n"), std::string::npos) << first.out;
+  EXPECT_EQ(first.out.find("123456"), std::string::npos) << first.out;
+  EXPECT_EQ(Log(hostDir() / "north" / "VideoSentrova.db"), Log(UnitDb(3)));
+  const Report reported = ByUnit(FileBytes(report));
+  ASSERT_EQ(reported.units.size(), 3u);
+  EXPECT_FALSE(reported.units.at("u2")["ok"].get<bool>());
 
-  const fs::path right = WriteFleet(kHeader + Line(1, "tcp") + Line(2, "tcp") + Line(3, "udp"));
-  const Outcome retry = Camrelay({"fleet", right.string(), "--retry", report.string(), "--json", "download-prog"});
+  const fs::path right = WriteFleet(kHeader + Line(1, "tcp") + Line(2, "tcp") + north);
+  const Outcome retry = Camrelay({"fleet", right.string(), "--retry", report.string(), "--json", "download-log"});
   ASSERT_EQ(retry.exit, 0) << retry.out << retry.err;
-  const auto served = ByUnit(retry.out, summary);
-  ASSERT_EQ(served.size(), 1u) << retry.out;
-  EXPECT_TRUE(served.at("u2")["ok"].get<bool>());
+  const Report served = ByUnit(retry.out);
+  ASSERT_EQ(served.units.size(), 1u) << retry.out;
+  EXPECT_TRUE(served.units.at("u2")["ok"].get<bool>());
 
   test::WriteFileBytes(report, "{\"unit\":\"u9\",\"ok\":false}\nnot json\n");
-  const Outcome bad = Camrelay({"fleet", right.string(), "--retry", report.string(), "download-prog"});
+  const Outcome bad = Camrelay({"fleet", right.string(), "--retry", report.string(), "download-log"});
   EXPECT_EQ(bad.exit, 2);
   EXPECT_NE(bad.err.find(":2: not a unit's outcome"), std::string::npos) << bad.err;
 }
@@ -230,33 +195,32 @@ TEST_F(Fleet, BadFleetFilesAreRefusedWithTheirLine) {
 // each, and share the work through it.
 class ServerFleet : public Fleet {
  protected:
-  // A fleet file line for unit `number` named `name`, whose schema the
-  // test drops at its end.
-  std::string NamedLine(const std::string& name, int number, const std::string& transport) {
-    const auto& p = ports_.at(number);
-    return schemas.Schema(name) + ",127.0.0.1," + std::to_string(transport == "tcp" ? p.tcp : p.udp) + "," +
-           transport + ",123456," + name + "\n";
+  // A fleet file naming units prefix1, prefix2, ... up to count, whose
+  // schemas the test drops at its end, served by the units of the process
+  // from `first` on; "mixed" serves odd ones over UDP and even ones over TCP.
+  std::string NamedFleet(const std::string& prefix, int count, const std::string& transport, int first = 1) {
+    std::string text = kHeader;
+    for (int n = 1; n <= count; ++n) {
+      const std::string over = transport != "mixed" ? transport : n % 2 ? "udp" : "tcp";
+      text += schemas.Schema(prefix + std::to_string(n)) + ",127.0.0.1," +
+              std::to_string(Port(first + n - 1, over)) + "," + over + ",123456," + prefix + std::to_string(n) + "\n";
+    }
+    return text;
   }
+  std::string Schema(const std::string& name) { return store::WithSchema(server, schemas.Schema(name)); }
   std::unique_ptr<Process> Machine(const fs::path& file, const std::string& tag, std::vector<std::string> extra) {
     std::vector<std::string> args{"fleet", file.string(), "--db", server, "--claim", round, "--json"};
     args.insert(args.end(), extra.begin(), extra.end());
-    return std::make_unique<Process>(ProgramPath("camrelay"), args, std::vector<std::string>{},
-                                     hostDir().parent_path() / "logs", tag);
+    return Launch(args, tag);
   }
 
   // Starts 2 × count units, the first count of them silent, and writes two
-  // fleet files naming the same units (prefix1, prefix2, ...): the first on
-  // the silent ports, the second on the answering ones.
+  // fleet files naming the same units: the first on the silent ports, the
+  // second on the answering ones.
   std::pair<fs::path, fs::path> SilentAndAnsweringFleets(const std::string& prefix, int count) {
     StartUnits(2 * count, {"--silent", "1-" + std::to_string(count)});
-    std::string silent = kHeader, answering = kHeader;
-    for (int n = 1; n <= count; ++n) {
-      silent += NamedLine(prefix + std::to_string(n), n, "udp");
-      answering += NamedLine(prefix + std::to_string(n), n + count, "udp");
-    }
-    const fs::path answeringFile = hostDir() / "answering.csv";
-    test::WriteFileBytes(answeringFile, answering);
-    return {WriteFleet(silent), answeringFile};
+    return {WriteFleet(NamedFleet(prefix, count, "udp")),
+            WriteFleet(NamedFleet(prefix, count, "udp", count + 1), "answering.csv")};
   }
   // A machine that claims the silent units and keeps waiting for them.
   std::unique_ptr<Process> StuckMachine(const fs::path& file, const std::string& tag, const std::string& lease) {
@@ -275,25 +239,20 @@ class ServerFleet : public Fleet {
 // exactly one of them, its programming in its own schema.
 TEST_F(ServerFleet, TwoMachinesWithClaimShareAHundredUnitsServingEachOnce) {
   StartUnits(100);
-  std::string text = kHeader;
-  for (int n = 1; n <= 100; ++n) text += NamedLine("u" + std::to_string(n), n, n % 2 ? "udp" : "tcp");
-  const fs::path file = WriteFleet(text);
+  const fs::path file = WriteFleet(NamedFleet("u", 100, "mixed"));
   const std::vector<std::string> run{"--parallel", "8", "--timeout-long", "3000", "--timeout-short", "1000",
                                      "--retries", "5", "download-prog"};
   auto a = Machine(file, "machine-a", run), b = Machine(file, "machine-b", run);
   ASSERT_EQ(a->Wait(120s), 0) << a->Stdout() << a->Stderr();
   ASSERT_EQ(b->Wait(120s), 0) << b->Stdout() << b->Stderr();
-  nlohmann::json summaryA, summaryB;
-  const auto servedA = ByUnit(a->Stdout(), summaryA), servedB = ByUnit(b->Stdout(), summaryB);
+  const auto servedA = ByUnit(a->Stdout()).units, servedB = ByUnit(b->Stdout()).units;
   EXPECT_EQ(servedA.size() + servedB.size(), 100u) << "a served " << servedA.size() << ", b " << servedB.size();
   for (int n = 1; n <= 100; ++n) {
     const std::string name = schemas.Schema("u" + std::to_string(n));
     ASSERT_EQ(servedA.count(name) + servedB.count(name), 1u) << name;
     const auto& outcome = servedA.count(name) ? servedA.at(name) : servedB.at(name);
     EXPECT_TRUE(outcome["ok"].get<bool>()) << outcome.dump();
-    EXPECT_EQ(ServerRows(store::WithSchema(server, name), "NumTel"),
-              Rows(unitDir() / ("unit-" + std::to_string(n)) / "VideoSentrova.db", "NumTel"))
-        << name;
+    EXPECT_EQ(ServerRows(Schema("u" + std::to_string(n)), "NumTel"), Rows(UnitDb(n), "NumTel")) << name;
   }
 }
 
@@ -310,10 +269,20 @@ TEST_F(ServerFleet, AMachineWaitsForUnitsHeldElsewhereAndTakesThemWhenTheirLease
   ASSERT_EQ(waiting->Wait(60s), 0) << waiting->Stdout() << waiting->Stderr();
   // Every lease ends at most 3 s after the last renewal.
   EXPECT_GT(std::chrono::steady_clock::now() - start, 1s);
-  nlohmann::json summary;
-  EXPECT_EQ(ByUnit(waiting->Stdout(), summary).size(), 3u) << waiting->Stdout();
-  for (int n = 1; n <= 3; ++n)
-    EXPECT_FALSE(ServerRows(store::WithSchema(server, schemas.Schema("c" + std::to_string(n))), "NumTel").empty());
+  EXPECT_EQ(ByUnit(waiting->Stdout()).units.size(), 3u) << waiting->Stdout();
+  for (int n = 1; n <= 3; ++n) EXPECT_FALSE(ServerRows(Schema("c" + std::to_string(n)), "NumTel").empty());
+}
+
+// A machine stopped with Ctrl-C gives its claims up as it ends: another
+// machine serves those units at once, without waiting for the leases.
+TEST_F(ServerFleet, AMachineInterruptedGivesItsUnitsUpAtOnce) {
+  const auto [stoppedFile, otherFile] = SilentAndAnsweringFleets("i", 2);
+  auto first = StuckMachine(stoppedFile, "stopped", "600");
+  first->Signal(SIGINT);
+  ASSERT_EQ(first->Wait(30s), 1) << first->Stderr();
+  auto second = Machine(otherFile, "second", {"download-prog"});
+  ASSERT_EQ(second->Wait(60s), 0) << second->Stdout() << second->Stderr();
+  EXPECT_EQ(ByUnit(second->Stdout()).units.size(), 2u) << second->Stdout();
 }
 
 // A machine that hangs past its lease while storing a unit, whose unit
@@ -323,23 +292,21 @@ TEST_F(ServerFleet, AMachineWhoseLeaseLapsedDoesNotStoreTheUnitAgain) {
   StartUnits(2, {"--faulty", "1", "--delay", "200"});
   const std::string name = schemas.Schema("lapsed");
   auto fleetFor = [&](int number, const std::string& file) {
-    const fs::path path = hostDir() / file;
-    test::WriteFileBytes(path, kHeader + name + ",127.0.0.1," + std::to_string(ports_[number].tcp) +
-                                   ",tcp,123456," + file + ".d\n");
-    return path;
+    return WriteFleet(kHeader + name + ",127.0.0.1," + std::to_string(ports(number).tcp) + ",tcp,123456," + file +
+                          ".d\n",
+                      file);
   };
   auto slow = Machine(fleetFor(1, "slow.csv"), "slow", {"--lease", "3", "--timeout-long", "60000",
                                                           "--timeout-short", "60000", "download-log"});
   EXPECT_FALSE(slow->Wait(1500ms));  // in the middle of its log
-  slow->Pause();
+  slow->Signal(SIGSTOP);
   std::this_thread::sleep_for(4s);
   auto other = Machine(fleetFor(2, "other.csv"), "other", {"download-log"});
   ASSERT_EQ(other->Wait(60s), 0) << other->Stdout() << other->Stderr();
-  slow->Resume();
+  slow->Signal(SIGCONT);
   ASSERT_EQ(slow->Wait(120s), 1) << slow->Stdout() << slow->Stderr();
   EXPECT_NE(slow->Stdout().find("another machine took the unit"), std::string::npos) << slow->Stdout();
-  EXPECT_EQ(ServerRows(store::WithSchema(server, name), "Registro_eventi").size(),
-            Rows(UnitDb(2), "Registro_eventi").size());
+  EXPECT_EQ(ServerRows(Schema("lapsed"), "Registro_eventi").size(), Rows(UnitDb(2), "Registro_eventi").size());
 }
 
 // Machines of one round run one fleet: a machine whose fleet file names
@@ -347,12 +314,10 @@ TEST_F(ServerFleet, AMachineWhoseLeaseLapsedDoesNotStoreTheUnitAgain) {
 // machine of the round can serve.
 TEST_F(ServerFleet, ARoundIsRefusedToAFleetFileOfOtherUnits) {
   StartUnits(2);
-  const fs::path first = WriteFleet(kHeader + NamedLine("p1", 1, "udp"));
+  const fs::path first = WriteFleet(NamedFleet("p", 1, "udp"));
   auto a = Machine(first, "first", {"download-prog"});
   ASSERT_EQ(a->Wait(60s), 0) << a->Stderr();
-  const fs::path second = hostDir() / "second.csv";
-  test::WriteFileBytes(second, kHeader + NamedLine("p1", 1, "udp") + NamedLine("p2", 2, "udp"));
-  auto b = Machine(second, "second", {"download-prog"});
+  auto b = Machine(WriteFleet(NamedFleet("p", 2, "udp"), "second.csv"), "second", {"download-prog"});
   EXPECT_EQ(b->Wait(60s), 1);
   EXPECT_NE(b->Stderr().find("serves another list of units"), std::string::npos) << b->Stderr();
 
@@ -367,29 +332,21 @@ TEST_F(ServerFleet, ARoundIsRefusedToAFleetFileOfOtherUnits) {
 // for a connection.
 TEST_F(ServerFleet, ConnectionsStayWithinTheirLimit) {
   StartUnits(12);
-  std::string text = kHeader;
-  for (int n = 1; n <= 12; ++n) text += NamedLine("k" + std::to_string(n), n, "tcp");
-  const fs::path file = WriteFleet(text);
   const std::string tag = schemas.Schema("connections");
-  const std::string db = server + "&application_name=" + tag;
-  auto fleet = std::make_unique<Process>(
-      ProgramPath("camrelay"),
-      std::vector<std::string>{"fleet", file.string(), "--db", db, "--claim", round, "--parallel", "64",
-                               "--db-connections", "3", "--json", "download-log"},
-      std::vector<std::string>{}, hostDir().parent_path() / "logs", "bounded");
+  auto fleet = Launch({"fleet", WriteFleet(NamedFleet("k", 12, "tcp")).string(), "--db",
+                       server + "&application_name=" + tag, "--claim", round, "--parallel", "64", "--db-connections",
+                       "3", "--json", "download-log"},
+                      "bounded");
   auto watcher = store::ConnectPostgres(std::get<store::ServerDatabase>(store::ParseConnection(server)));
   std::int64_t peak = 0;
-  std::optional<int> exit;
-  for (const auto deadline = std::chrono::steady_clock::now() + 120s;
-       !exit && std::chrono::steady_clock::now() < deadline; exit = fleet->Wait(20ms)) {
+  const auto exit = fleet->Wait(120s, [&] {
     auto rows = watcher->Query("SELECT count(*) FROM pg_stat_activity WHERE application_name = " +
                                watcher->Literal(tag));
     rows->Next();
     peak = std::max(peak, std::get<std::int64_t>(rows->Value(0)));
-  }
+  });
   ASSERT_EQ(exit, 0) << fleet->Stdout() << fleet->Stderr();
-  nlohmann::json summary;
-  EXPECT_EQ(ByUnit(fleet->Stdout(), summary).size(), 12u);
+  EXPECT_EQ(ByUnit(fleet->Stdout()).units.size(), 12u);
   // The server lists a connection its client has closed until the process
   // serving it has exited: a few more than the limit may show at once, far
   // fewer than the 13 an unbounded run opens.
@@ -434,50 +391,31 @@ TEST_F(ServerFleet, AServerRestartedMidRunIsFoundAgain) {
   constexpr int kUnits = 3;
   StartUnits(kUnits);
   PrivateServer restarted(hostDir() / "restarted-server");
-  std::string text = kHeader;
-  for (int n = 1; n <= kUnits; ++n) text += NamedLine("restart" + std::to_string(n), n, "tcp");
-  auto fleet = std::make_unique<Process>(
-      ProgramPath("camrelay"),
-      std::vector<std::string>{"fleet", WriteFleet(text).string(), "--db", restarted.Uri(), "--parallel", "1",
-                               "--db-connections", "2", "--json", "download-log"},
-      std::vector<std::string>{}, hostDir().parent_path() / "logs", "restarted");
+  auto fleet = Launch({"fleet", WriteFleet(NamedFleet("restart", kUnits, "tcp")).string(), "--db", restarted.Uri(),
+                       "--parallel", "1", "--db-connections", "2", "--json", "download-log"},
+                      "restarted");
+  // Once after each unit's line but the last.
   int restarts = 0;
-  std::optional<int> exit;
-  for (const auto deadline = std::chrono::steady_clock::now() + 120s;
-       !exit && std::chrono::steady_clock::now() < deadline; exit = fleet->Wait(20ms)) {
+  const auto exit = fleet->Wait(120s, [&] {
     const std::string out = fleet->Stdout();
-    if (std::count(out.begin(), out.end(), '\n') <= restarts || restarts == kUnits - 1) continue;
+    if (std::count(out.begin(), out.end(), '\n') <= restarts || restarts == kUnits - 1) return;
     restarted.Restart();
     ++restarts;
-  }
+  });
   ASSERT_TRUE(exit.has_value()) << fleet->Stdout() << fleet->Stderr();
   EXPECT_EQ(restarts, kUnits - 1);
-  nlohmann::json summary;
-  const auto units = ByUnit(fleet->Stdout(), summary);
-  ASSERT_EQ(units.size(), static_cast<std::size_t>(kUnits)) << fleet->Stdout();
-  EXPECT_EQ(summary["succeeded"].get<int>() + summary["failed"].get<int>(), kUnits) << fleet->Stdout();
+  const Report report = ByUnit(fleet->Stdout());
+  ASSERT_EQ(report.units.size(), static_cast<std::size_t>(kUnits)) << fleet->Stdout();
+  EXPECT_EQ(report.summary["succeeded"].get<int>() + report.summary["failed"].get<int>(), kUnits) << fleet->Stdout();
   // A restart lands between two stores unless the machine is very slow:
   // a unit after one is stored, not refused for the connection it lost.
-  EXPECT_GE(summary["succeeded"].get<int>(), 2) << fleet->Stdout();
-  for (const auto& [name, line] : units) {
+  EXPECT_GE(report.summary["succeeded"].get<int>(), 2) << fleet->Stdout();
+  for (const auto& [name, line] : report.units) {
     const auto stored = ServerRows(store::WithSchema(restarted.Uri(), name), "Registro_eventi").size();
     const auto held = Rows(UnitDb(std::stoi(name.substr(name.size() - 1))), "Registro_eventi").size();
     if (line["ok"].get<bool>()) EXPECT_EQ(stored, held) << line;
     else EXPECT_LE(stored, held) << line;
   }
-}
-
-// A machine stopped with Ctrl-C gives its claims up as it ends: another
-// machine serves those units at once, without waiting for the leases.
-TEST_F(ServerFleet, AMachineInterruptedGivesItsUnitsUpAtOnce) {
-  const auto [stoppedFile, otherFile] = SilentAndAnsweringFleets("i", 2);
-  auto first = StuckMachine(stoppedFile, "stopped", "600");
-  first->Interrupt();
-  ASSERT_EQ(first->Wait(30s), 1) << first->Stderr();
-  auto second = Machine(otherFile, "second", {"download-prog"});
-  ASSERT_EQ(second->Wait(60s), 0) << second->Stdout() << second->Stderr();
-  nlohmann::json summary;
-  EXPECT_EQ(ByUnit(second->Stdout(), summary).size(), 2u) << second->Stdout();
 }
 
 }  // namespace

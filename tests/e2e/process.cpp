@@ -68,10 +68,11 @@ Process::Process(const std::filesystem::path& program, const std::vector<std::st
 
 Process::~Process() { Stop(); }
 
-std::optional<int> Process::Wait(std::chrono::milliseconds timeout) {
+std::optional<int> Process::Wait(std::chrono::milliseconds timeout, const std::function<void()>& meanwhile) {
   const auto deadline = Clock::now() + timeout;
   while (!reaped_) {
     SamplePeakRss();
+    if (meanwhile) meanwhile();
     int status = 0;
     if (waitpid(pid_, &status, WNOHANG) == pid_) {
       reaped_ = true;
@@ -112,16 +113,8 @@ void Process::SamplePeakRss() {
     if (line.starts_with("VmHWM:")) peakRssKiB_ = std::max(peakRssKiB_, std::stol(line.substr(6)));
 }
 
-void Process::Interrupt() {
-  if (!reaped_ && pid_ > 0) kill(pid_, SIGINT);
-}
-
-void Process::Pause() {
-  if (!reaped_ && pid_ > 0) kill(pid_, SIGSTOP);
-}
-
-void Process::Resume() {
-  if (!reaped_ && pid_ > 0) kill(pid_, SIGCONT);
+void Process::Signal(int number) {
+  if (!reaped_ && pid_ > 0) kill(pid_, number);
 }
 
 void Process::Kill() {

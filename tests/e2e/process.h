@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,8 +25,9 @@ class Process {
   Process& operator=(const Process&) = delete;
 
   // The exit status once the process has ended within the time given;
-  // nullopt if it is still running (or was killed by a signal).
-  std::optional<int> Wait(std::chrono::milliseconds timeout);
+  // nullopt if it is still running (or was killed by a signal). `meanwhile`
+  // is called every 10 ms while it runs.
+  std::optional<int> Wait(std::chrono::milliseconds timeout, const std::function<void()>& meanwhile = {});
   // The first line of standard output once it is complete, or "" when none
   // came within the time given.
   std::string WaitFirstLine(std::chrono::milliseconds timeout);
@@ -33,11 +35,9 @@ class Process {
   void Stop();
   // SIGKILL at once, as a crash or a power cut would end it.
   void Kill();
-  // SIGINT, as Ctrl-C sends; the process ends by itself.
-  void Interrupt();
-  // SIGSTOP and SIGCONT: a machine that hangs for a while, then goes on.
-  void Pause();
-  void Resume();
+  // SIGINT, as Ctrl-C sends; SIGSTOP and SIGCONT, a machine that hangs
+  // for a while, then goes on.
+  void Signal(int number);
 
   // The most memory it held at once, in KiB, as last seen while waiting for
   // it (every 10 ms).
