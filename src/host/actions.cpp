@@ -400,6 +400,8 @@ class PreviewAction : public Action {
     return std::nullopt;
   }
 
+  std::optional<long long> ImagesArrived() const override { return shown_; }
+
  protected:
   StatoConnessioneEnum Completion() const override { return cRicezionePreViewOK; }
 
@@ -447,6 +449,7 @@ class PlaybackAction : public Action {
 
   void OnState(Context& ctx, StatoConnessioneEnum stato) override {
     if (stato != cRicezionePreViewOK || closing_) return;
+    ++frames_;
     if (byHand()) return OnHeldFrame(ctx);
     if (!opened_) {
       opened_ = true;
@@ -515,6 +518,8 @@ class PlaybackAction : public Action {
     return std::nullopt;
   }
 
+  std::optional<long long> ImagesArrived() const override { return frames_; }
+
  protected:
   StatoConnessioneEnum Completion() const override { return cNoOperation; }
 
@@ -529,7 +534,6 @@ class PlaybackAction : public Action {
   // the unit answers a step with the last frame again: the same picture
   // twice stops the play there.
   void OnHeldFrame(Context& ctx) {
-    ++frames_;
     std::string image = ctx.client.ImagePreview();
     const bool atEnd = image == lastFrame_;
     lastFrame_ = std::move(image);

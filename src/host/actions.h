@@ -45,6 +45,10 @@ class Action {
   // The link is idle, yet the unit may still send what the command waits
   // for (an answer that follows the request's last acknowledgement).
   virtual bool AwaitsMore() const { return false; }
+  // What the progress watchdog counts as steps forward, when not the link's
+  // own packets and bytes: a preview or a clip asks for the next image after
+  // each one lost, for ever, so there only an image that arrives is a step.
+  virtual std::optional<long long> ImagesArrived() const { return std::nullopt; }
   // A diagnostic line of the library while this command runs.
   virtual void OnDebug(const std::string&) {}
 

@@ -297,12 +297,14 @@ void UnitRun::Poll() {
 // all its attempts, and a busy reply on top.
 void UnitRun::WatchProgress(Clock::time_point now) {
   const LinkStatus status = client_.Status();
-  const long long mark = events_ + status.packetsDone + status.mediaBytes;
+  const auto images = current_->ImagesArrived();
+  const long long mark = images.value_or(events_ + status.packetsDone + status.mediaBytes);
   if (mark > bestMark_) {
     bestMark_ = mark;
     lastProgress_ = now;
   } else if (now - lastProgress_ > progressLimit_) {
-    Abandon("nothing moved for " + std::to_string(progressLimit_.count() / 1000) + " s; giving up");
+    Abandon(std::string(images ? "no image arrived" : "nothing moved") + " for " +
+            std::to_string(progressLimit_.count() / 1000) + " s; giving up");
   }
 }
 
