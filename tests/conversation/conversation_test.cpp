@@ -213,17 +213,6 @@ TEST(Acceptance, OfAStringWithNoPacketsCompletesAtOnce) {
   EXPECT_EQ(t.messages(), Strings{"AA{}0{}53{}123456"});
 }
 
-// A count the link could never hold is not believed: nothing is allocated for
-// it, and the reply timer stays armed so that the retries take over.
-TEST(Acceptance, AnAbsurdPacketCountIsIgnored) {
-  LinkFixture t(sckUDPProtocol);
-  Serve(t, {"04"});
-  t.unitSends("AA{}4000000000{}04");
-  EXPECT_LE(t.form().StringaPar.size(), 1u);
-  EXPECT_TRUE(t.timer().enabled());
-  EXPECT_TRUE(t.debugContains("packets announced"));
-}
-
 // An answer of an unknown type answers the login too: the login leaves the
 // queue and the next request is served in its own state. Once a scrambled code
 // is accepted, a refusal is final.
