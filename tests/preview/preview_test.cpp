@@ -75,6 +75,12 @@ TEST_F(Preview, ACycleStepQueuesAtMostOneCameraOfTheMask) {
   EXPECT_EQ(form.Richieste, (Queue{{}, {"02", ""}, {"08", "3"}}));
 }
 
+// On TCP the camera travels in the opening itself.
+TEST(TcpPreview, TheRequestTravelsInTheOpening) {
+  LinkFixture t(sckTCPProtocol);
+  Play(t, {Asks("08", "2"), Sends("AA{}0{}08{}123456{}2\r\n")});
+}
+
 // A request served while the cycle runs hands the link back to the cycle
 // once the queue runs dry.
 TEST(Cycle, TakesTheLinkBackWhenTheQueueRunsDry) {
@@ -88,8 +94,10 @@ TEST(Playback, ARecordedFileOpensPausedAndHoldsTheCycleUntilClosedOrRefused) {
     LinkFixture f(1);
     auto& form = f.form();
     form.VideoCiclePreview = 5;
+    form.NCamPreviewDownloaded = 1;
     form.AddRichiesta("08", "rec1.avi", true);
     EXPECT_EQ(form.ComandoPlayback, "PAUSE:");
+    EXPECT_EQ(form.NCamPreviewDownloaded, 0) << "a file shows no camera";
     Answers(f.socket(), TwoPieceImage('f'));
     EXPECT_EQ(form.ImagePreview, TwoPieceImage('f'));
     EXPECT_EQ(form.QueueLength(), 0) << "no camera is asked for while the file is open";

@@ -133,6 +133,7 @@ TEST(Reception, VoiceMessagesAcceptedPlainlyAreWritten) {
     LinkFixture f(1);
     f.form().AddRichiesta("06", "");
     f.unitSends(acceptance);
+    EXPECT_EQ(f.lastMessage(), "OK{}06") << acceptance;
     for (const std::string element : {"{}1{}1{}porta.wav\r\n", "{}1{}1{}3{}abc", "{}"}) f.unitSends(element);
     EXPECT_EQ(f.raised(cRicezioneWaveOK), 1) << acceptance;
     const bool counted = acceptance != "AA{}3{}06{}AA";
