@@ -111,22 +111,21 @@ TEST_F(ClientFixture, WithoutALinkGettersAreEmptyAndOnlyThePreviewOnesAndMethods
   EXPECT_TRUE(debug.empty());
 }
 
-TEST_F(ClientFixture, ASecondConnettiUnloadsTheFirstLink) {
+// A second Connetti retires the first link: its socket is closed and its
+// events no longer reach the host. The protocol property switches the
+// transport keeping the code; a protocol that is none leaves no link.
+TEST_F(ClientFixture, ASwitchOfTransportRetiresTheFirstLinkAndKeepsTheCode) {
   client.Connetti("h", 1, 1, false, sckTCPProtocol);
   auto* first = platform->socket;
   first->state_ = link::sckConnected;
   client.Connetti("h", 1, 1, false, sckUDPProtocol);
   EXPECT_EQ(first->state(), link::sckClosed);
   EXPECT_NE(platform->socket, first);
-  // The retired link's events no longer reach the host.
   first->fail(10054, "reset");
   EXPECT_TRUE(states.empty());
   platform->runPosted();
   EXPECT_EQ(client.Protocol(), sckUDPProtocol);
-}
 
-TEST_F(ClientFixture, ProtocolLetSwitchesTheTransportAndKeepsTheCode) {
-  client.Connetti("h", 1, 1, false, sckUDPProtocol);
   client.StringaCodiceAccesso("777777");
   EXPECT_TRUE(client.Form()->Panel.sendRowVisible);
   client.Protocol(sckTCPProtocol);
