@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "client_fixture.h"
+#include "exchange.h"
 #include "store/dump.h"
 
 using namespace camrelay;
@@ -11,10 +12,7 @@ using namespace camrelay;
 namespace {
 
 using Lines = std::vector<std::string>;
-
-std::string Packet(int index, const std::string& body) {
-  return "{}" + std::to_string(index) + "{}" + std::to_string(body.size()) + "\r\n" + body;
-}
+using test::Packet;
 
 // One event of the log: when, and what.
 std::string Event(const std::string& when, const std::string& text) {
@@ -108,6 +106,13 @@ TEST_F(StatusFixture, ADownloadShowsItsProgressQueueAndReplyAwaitedThenHowItEnde
   EXPECT_EQ(status.recordsNew, 3);
   ASSERT_EQ(status.queue.size(), 1u) << "the media request is served next";
   EXPECT_EQ(status.queue[0].type, "56");
+
+  // How the request ended outlives the link taken down.
+  client.Disconnetti();
+  status = client.Status();
+  EXPECT_FALSE(status.linked);
+  EXPECT_EQ(status.lastOutcome, RequestOutcome::Completed);
+  EXPECT_EQ(status.requestsEnded, 1);
 }
 
 TEST_F(StatusFixture, AGiveUpARefusalACancelAndAUnitErrorEachSayWhy) {
@@ -182,17 +187,6 @@ TEST_F(StatusFixture, WithdrawnRequestsLeaveTheQueueAndTheLinkGoesOn) {
   EXPECT_FALSE(platform->timer->fire());
   EXPECT_EQ(unit().sent.size(), 1u);
   EXPECT_EQ(client.Status().requestsEnded, ended + 2);
-}
-
-TEST_F(StatusFixture, TheOutcomeOfALinkTakenDownOutlivesIt) {
-  client.ScaricaLog();
-  unit().deliver("AA{}1{}04");
-  unit().deliver(Packet(1, Event("01/02/2024 09:00:00", "uno")));
-  client.Disconnetti();
-  const LinkStatus status = client.Status();
-  EXPECT_FALSE(status.linked);
-  EXPECT_EQ(status.lastOutcome, RequestOutcome::Completed);
-  EXPECT_EQ(status.requestsEnded, 1);
 }
 
 // The unit sends its whole log each time: what the table holds already is

@@ -196,6 +196,11 @@ TEST(Acceptance, AnswersThatAreTheirOwnFirstPacketWaitBriefly) {
   Play(t, {Says("{}"), Sends("OK")});
   EXPECT_EQ(t.form().StringaRicevuta, "ab");
   EXPECT_EQ(t.raised(cRicezioneStringaOK), 1);
+  // With no packet to follow, the acceptance completes the string at once.
+  Serve(t, {"52", "53"});
+  t.unitSends("AA{}0{}51");
+  EXPECT_EQ(t.states, (Ints{cConnessioneOK, cRicezioneStringaOK, cRichiestaCamEvents}));
+  EXPECT_EQ(t.messages(), Strings{"AA{}0{}53{}123456"});
 
   LinkFixture preview(sckUDPProtocol);
   const Script image = {Asks("08", "1"), Sends("AA{}2{}08{}123456"), Says("AA{}2{}08"), Sends("{}1\r\n"),
@@ -203,25 +208,6 @@ TEST(Acceptance, AnswersThatAreTheirOwnFirstPacketWaitBriefly) {
   Play(preview, image);
   EXPECT_EQ(preview.form().ImagePreview, "abc");
   EXPECT_EQ(CheckSilence(sckUDPProtocol, image), (Ints{15, 15, 15, 25}));
-}
-
-TEST(Acceptance, OfAStringWithNoPacketsCompletesAtOnce) {
-  LinkFixture t(sckUDPProtocol);
-  Serve(t, {"52", "53"});
-  t.unitSends("AA{}0{}51");
-  EXPECT_EQ(t.states, (Ints{cConnessioneOK, cRicezioneStringaOK, cRichiestaCamEvents}));
-  EXPECT_EQ(t.messages(), Strings{"AA{}0{}53{}123456"});
-}
-
-// A count the link could never hold is not believed: nothing is allocated for
-// it, and the reply timer stays armed so that the retries take over.
-TEST(Acceptance, AnAbsurdPacketCountIsIgnored) {
-  LinkFixture t(sckUDPProtocol);
-  Serve(t, {"04"});
-  t.unitSends("AA{}4000000000{}04");
-  EXPECT_LE(t.form().StringaPar.size(), 1u);
-  EXPECT_TRUE(t.timer().enabled());
-  EXPECT_TRUE(t.debugContains("packets announced"));
 }
 
 // An answer of an unknown type answers the login too: the login leaves the

@@ -72,8 +72,10 @@ TEST_F(VoiceTest, DownloadWritesEachFileWithOneMoreZeroByte) {
 }
 
 // A chunk of another length than announced, or out of its place, stops its
-// file from being written.
-TEST_F(VoiceTest, DamagedChunksStoreNothing) {
+// file from being written. The opening's count bounds what is read,
+// whichever side falls short: a file whose last chunk lies past the count is
+// not written; a count above the elements received reads only those.
+TEST_F(VoiceTest, DamagedChunksStoreNothingAndTheCountBoundsTheElementsRead) {
   std::vector<std::string> Dati{"AA{}6{}06", "{}1{}2{}corto.wav\r\n", "{}1{}1{}5{}abc", "{}1{}2{}1{}d",
                                 "{}2{}2{}salto.wav\r\n", "{}2{}2{}1{}e", "{}"};
   SaveMessaggiWave(Dati, Audio(), &form);
@@ -81,12 +83,6 @@ TEST_F(VoiceTest, DamagedChunksStoreNothing) {
   EXPECT_FALSE(std::filesystem::exists(Audio() / "salto.wav"));
   EXPECT_THAT(form.lines, ElementsAre(HasSubstr("\"corto.wav\" is not written: chunk 1"),
                                       HasSubstr("\"salto.wav\" is not written: chunk 1")));
-}
-
-// The opening's count bounds what is read, whichever side falls short: a
-// file whose last chunk lies past the count is not written; a count above
-// the elements received reads only those.
-TEST_F(VoiceTest, TheCountBoundsTheElementsRead) {
   std::vector<std::string> cut{"AA{}2{}06", "{}1{}1{}oltre.wav\r\n", "{}1{}1{}1{}x", "{}"};
   SaveMessaggiWave(cut, Audio(), &form);
   EXPECT_FALSE(std::filesystem::exists(Audio() / "oltre.wav"));

@@ -3,51 +3,39 @@
 
 #include <filesystem>
 #include <regex>
+#include <tuple>
 
 #include "exchange.h"
 
 using namespace camrelay;
 using namespace camrelay::test;
 
-TEST(Lifecycle, TransportSetUpSetsLimitsIntervalsAndThePanel) {
+// Each transport brings its retry limit and intervals unless the host set
+// its own. A TCP link connects only when a request is served; a UDP one binds
+// at once, and a protocol that is neither leaves its socket alone.
+TEST(Lifecycle, EachTransportSetsItsLimitsUnlessTheHostSetItsOwn) {
+  auto limits = [](const link::frmClient& f) {
+    return std::tuple(f.TentativiTimeOutMax, f.TimeOutLungo, f.TimeOutBreve);
+  };
   LinkFixture tcp(0);
-  auto& t = tcp.form();
-  EXPECT_EQ(t.TentativiTimeOutMax, 10);
-  EXPECT_EQ(t.TimeOutLungo, 60000);
-  EXPECT_EQ(t.TimeOutBreve, 60000);
-  EXPECT_EQ(t.Panel.height, 8400);
-  EXPECT_FALSE(t.Panel.sendRowVisible);
-  EXPECT_EQ(t.Panel.LblTypeCon, "Tipo di connessione: TCP");
-  EXPECT_EQ(tcp.socket().state(), link::sckClosed);  // TCP connects only when a request is served
+  EXPECT_EQ(limits(tcp.form()), std::tuple(10, 60000, 60000));
+  EXPECT_EQ(tcp.socket().state(), link::sckClosed);
   EXPECT_EQ(tcp.socket().binds, 0);
 
   LinkFixture udp(1);
   auto& u = udp.form();
-  EXPECT_EQ(u.TentativiTimeOutMax, 15);
-  EXPECT_EQ(u.TimeOutLungo, 1000);
-  EXPECT_EQ(u.TimeOutBreve, 750);
-  EXPECT_EQ(u.Panel.height, t.Panel.height + 500);
-  EXPECT_TRUE(u.Panel.sendRowVisible);
-  EXPECT_EQ(udp.socket().state(), link::sckOpen);
+  EXPECT_EQ(limits(u), std::tuple(15, 1000, 750));
+  EXPECT_EQ(u.Panel.height, tcp.form().Panel.height + 500);
   EXPECT_EQ(u.Panel.lblLocalPort, "Porta locale: 14400");
-  EXPECT_EQ(u.Panel.lblLocalIp, "Indirizzo IP locale: 127.0.0.1");
-
+  u.Timing = {300, 200, 4};
+  u.WskProtocol(1);
+  EXPECT_EQ(limits(u), std::tuple(4, 300, 200));
   u.WskProtocol(sckProtocolError);
   EXPECT_EQ(u.Panel.LblTypeCon, "Tipo di connessione: ERRORE");
-  EXPECT_EQ(udp.socket().state(), link::sckOpen);  // left alone
-}
-
-TEST(Lifecycle, HostTimingOverridesTheTransportDefaults) {
-  LinkFixture f(1);
-  f.form().Timing = {300, 200, 4};
-  f.form().WskProtocol(1);
-  EXPECT_EQ(f.form().TimeOutLungo, 300);
-  EXPECT_EQ(f.form().TimeOutBreve, 200);
-  EXPECT_EQ(f.form().TentativiTimeOutMax, 4);
-  f.form().Timing = {0, 0, 0};
-  f.form().WskProtocol(0);
-  EXPECT_EQ(f.form().TimeOutLungo, 60000);
-  EXPECT_EQ(f.form().TentativiTimeOutMax, 10);
+  EXPECT_EQ(udp.socket().state(), link::sckOpen);
+  u.Timing = {0, 0, 0};
+  u.WskProtocol(0);
+  EXPECT_EQ(limits(u), std::tuple(10, 60000, 60000));
 }
 
 TEST(Lifecycle, TheUnitClosingTheConnectionDropsTheQueue) {

@@ -7,32 +7,6 @@ using namespace camrelay;
 using camrelay::link::CreaStringaComando;
 using camrelay::test::LinkFixture;
 
-TEST(Transmit, TcpFramesWithTheLengthAndUdpSendsBare) {
-  LinkFixture tcp(0);
-  tcp.socket().state_ = link::sckConnected;
-  tcp.form().TrasmettiStringa("OK{}02x");
-  tcp.form().TrasmettiStringa("");
-  tcp.form().TrasmettiStringa(std::string(1234, 'a'));
-  ASSERT_EQ(tcp.socket().sent.size(), 3u);
-  EXPECT_EQ(tcp.socket().sent[0], "LN{}7{}OK{}02x");
-  EXPECT_EQ(tcp.socket().sent[1], "LN{}0{}");
-  EXPECT_EQ(tcp.socket().sent[2].substr(0, 10), "LN{}1234{}");
-  EXPECT_EQ(tcp.socket().sent[2].size(), 1244u);
-
-  LinkFixture udp(1);
-  udp.form().TrasmettiStringa("OK{}02x");
-  EXPECT_EQ(udp.socket().sent, std::vector<std::string>{"OK{}02x"});
-}
-
-TEST(Transmit, SendingArmsTheTimerWithTheIntervalItHas) {
-  LinkFixture f(1);
-  f.timer().setInterval(1234);
-  f.form().TrasmettiStringa("X");
-  EXPECT_TRUE(f.timer().enabled());
-  EXPECT_EQ(f.timer().interval(), 1234);
-  EXPECT_TRUE(f.form().bAttesaRisposta);
-}
-
 TEST(Transmit, AFailedSendIsReportedNotThrown) {
   LinkFixture f(0);  // not connected
   f.form().TrasmettiStringa("X");
@@ -65,20 +39,22 @@ TEST(Join, TcpTakesEachDataElementLessItsLastTwoCharacters) {
   EXPECT_EQ(par[0], "AA{}2{}51{}x");
 }
 
+// On UDP the header's count must match the elements, the closing element is
+// skipped, and a data element needs more than three characters after "{}".
 TEST(Join, UdpNeedsTheHeaderCountToMatchAndSkipsTheClosingElement) {
-  std::vector<std::string> par = {"AA{}3{}51", "{}one\r\n", "{}two\r\n", "{}"};
-  EXPECT_EQ(CreaStringaComando(par, 1), "onetwo");
-
-  std::vector<std::string> wrongCount = {"AA{}4{}51", "{}one\r\n", "{}two\r\n", "{}"};
-  EXPECT_EQ(CreaStringaComando(wrongCount, 1), "");
-
-  // On UDP a data element needs more than three characters after "{}".
-  std::vector<std::string> shortOnes = {"AA{}3{}51", "{}x\r\n", "{}xy\r\n", "{}"};
-  EXPECT_EQ(CreaStringaComando(shortOnes, 1), "xy");
-
-  for (std::vector<std::string> bad : {std::vector<std::string>{"{}3{}51", "{}one\r\n", "{}two\r\n", "{}"},
-                                       {"AA{}3"}, {"AA{}{}51"}, {}})
-    EXPECT_EQ(CreaStringaComando(bad, 1), "");
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
+      {{"AA{}3{}51", "{}one\r\n", "{}two\r\n", "{}"}, "onetwo"},
+      {{"AA{}4{}51", "{}one\r\n", "{}two\r\n", "{}"}, ""},
+      {{"AA{}3{}51", "{}x\r\n", "{}xy\r\n", "{}"}, "xy"},
+      {{"{}3{}51", "{}one\r\n", "{}two\r\n", "{}"}, ""},
+      {{"AA{}3"}, ""},
+      {{"AA{}{}51"}, ""},
+      {{}, ""},
+  };
+  for (auto [par, expected] : cases) {
+    SCOPED_TRACE(par.empty() ? "no elements" : par[0]);
+    EXPECT_EQ(CreaStringaComando(par, 1), expected);
+  }
 }
 
 TEST(Packets, ReadingOutsideTheArrayGivesEmptyWithoutAnEvent) {

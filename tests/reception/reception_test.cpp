@@ -104,16 +104,6 @@ TEST(Reception, LinkWaitsForAStoreRunElsewhere) {
   EXPECT_FALSE(f.form().StoreInFlight);
 }
 
-// A transfer of no packets has the packet of index 0 as its last.
-TEST(Reception, AnEmptyTransferEndsWithItsPacketZero) {
-  LinkFixture f(1);
-  f.form().AddRichiesta("04", "04");
-  f.unitSends("AA{}0{}04");
-  f.unitSends("{}0{}0\r\n");
-  EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
-  EXPECT_EQ(f.form().QueueLength(), 0);
-}
-
 // On TCP a "12" ends only the transfer in progress: a late one for a
 // transfer already ended must not end the next request.
 TEST(Reception, ALateEndOfTransferIsIgnored) {
@@ -143,6 +133,7 @@ TEST(Reception, VoiceMessagesAcceptedPlainlyAreWritten) {
     LinkFixture f(1);
     f.form().AddRichiesta("06", "");
     f.unitSends(acceptance);
+    EXPECT_EQ(f.lastMessage(), "OK{}06") << acceptance;
     for (const std::string element : {"{}1{}1{}porta.wav\r\n", "{}1{}1{}3{}abc", "{}"}) f.unitSends(element);
     EXPECT_EQ(f.raised(cRicezioneWaveOK), 1) << acceptance;
     const bool counted = acceptance != "AA{}3{}06{}AA";

@@ -2,6 +2,8 @@
 // scrambling of the access code.
 #include <gtest/gtest.h>
 
+#include <array>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -133,7 +135,9 @@ TEST(CryptData, EveryCallDiffersAndDecodesToTheNormalisedCodeInAllFourLayouts) {
   const std::string codes[] = {"", "123456", "12", "1234567890", std::string("\xff\x00\x80{}", 5), "{}{}{}"};
   for (const auto& code : codes) {
     const std::string normalised = (code + std::string(6, '\0')).substr(0, 6);
-    std::set<int> layouts;
+    // In each layout every character varies from call to call: none is a
+    // fixed byte that would give the layout or the code away.
+    std::map<int, std::array<std::set<char>, 25>> valuesAt;
     std::set<std::string> seen;
     for (std::size_t call = 0; call < kCalls; ++call) {
       const std::string r = requests::CryptData(code);
@@ -141,10 +145,13 @@ TEST(CryptData, EveryCallDiffersAndDecodesToTheNormalisedCodeInAllFourLayouts) {
       ASSERT_EQ(r.find("{}"), std::string::npos) << "code " << code;
       ASSERT_EQ(Unscramble(r), normalised) << "code " << code;
       seen.insert(r);
-      layouts.insert(Layout(r));
+      for (std::size_t i = 0; i < r.size(); ++i) valuesAt[Layout(r)][i].insert(r[i]);
     }
-    EXPECT_EQ(layouts.size(), 4u) << "code " << code;
+    EXPECT_EQ(valuesAt.size(), 4u) << "code " << code;
     EXPECT_EQ(seen.size(), kCalls) << "code " << code;  // calls in the same instant differ too
+    for (const auto& [layout, values] : valuesAt)
+      for (std::size_t i = 0; i < values.size(); ++i)
+        EXPECT_GT(values[i].size(), 1u) << "code " << code << ", layout " << layout << ", character " << i;
   }
 }
 

@@ -25,7 +25,8 @@ bool PlayUpTo(LinkFixture& t, const Script& script, std::size_t end) {
   std::size_t read = t.socket().sent.size();
   auto unread = [&] {
     std::string out;
-    for (std::size_t i = read; i < t.socket().sent.size(); ++i) out += "\n  " + Unframe(t.socket().sent[i]);
+    const auto sent = t.messages();
+    for (std::size_t i = read; i < sent.size(); ++i) out += "\n  " + sent[i];
     return out;
   };
   for (std::size_t i = 0; i < end; ++i) {
@@ -37,7 +38,7 @@ bool PlayUpTo(LinkFixture& t, const Script& script, std::size_t end) {
         if (t.socket().state() == link::sckConnecting) t.connect();
         break;
       case Step::Kind::Sends:
-        if (read >= t.socket().sent.size() || Unframe(t.socket().sent[read]) != step.text) {
+        if (read >= t.socket().sent.size() || t.messages()[read] != step.text) {
           ADD_FAILURE() << where << "expected the client to send " << step.text << "; it sent:" << unread();
           return false;
         }

@@ -88,7 +88,6 @@ std::unique_ptr<link::Socket> FakePlatform::makeSocket() {
   auto made = std::make_unique<FakeSocket>();
   made->failBind = failBinds;
   socket = made.get();
-  sockets.push_back(socket);
   return made;
 }
 

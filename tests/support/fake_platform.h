@@ -31,8 +31,6 @@ class FakeSocket : public link::Socket {
   void peerClose();                                        // state 8, onClose
   void fail(int number, const std::string& description);   // state 9, onError
   void connectionRequest();                                // onConnectionRequest
-  // The payload of the last send, or empty.
-  std::string lastSent() const { return sent.empty() ? std::string() : sent.back(); }
 
   // ---- link::Socket ----
   void setProtocol(int protocol) override;
@@ -95,7 +93,6 @@ class FakePlatform : public link::Platform {
   // The last socket and timer made (owned by the link that asked for them).
   FakeSocket* socket = nullptr;
   ManualTimer* timer = nullptr;
-  std::vector<FakeSocket*> sockets;
   std::deque<std::function<void()>> posted;
   // Applied to every new socket (e.g. refuse the bind).
   bool failBinds = false;

@@ -33,20 +33,20 @@ std::string Frame(const std::string& message) {
 }
 
 std::string Unframe(const std::string& sent) {
-  if (sent.rfind("LN{}", 0) != 0) return sent;
-  auto sep = sent.find("{}", 4);
-  return sep == std::string::npos ? sent : sent.substr(sep + 2);
+  const auto sep = sent.rfind("LN{}", 0) == 0 ? sent.find("{}", 4) : std::string::npos;
+  if (sep == std::string::npos || Frame(sent.substr(sep + 2)) != sent) return sent;
+  return sent.substr(sep + 2);
 }
 
 void LinkFixture::unitSends(const std::string& message) {
   socket().deliver(socket().protocol() == 0 ? Frame(message) : message);
 }
 
-std::string LinkFixture::lastMessage() const { return Unframe(platform_->socket->lastSent()); }
+std::string LinkFixture::lastMessage() const { return messages().empty() ? std::string() : messages().back(); }
 
 std::vector<std::string> LinkFixture::messages() const {
   std::vector<std::string> out;
-  for (const auto& s : platform_->socket->sent) out.push_back(Unframe(s));
+  for (const auto& s : platform_->socket->sent) out.push_back(platform_->socket->protocol() == 0 ? Unframe(s) : s);
   return out;
 }
 

@@ -24,7 +24,6 @@ class LinkFixture {
   link::frmClient& form() { return *form_; }
   FakeSocket& socket() { return *platform_->socket; }
   ManualTimer& timer() { return *platform_->timer; }
-  FakePlatform& platform() { return *platform_; }
   store::DataVideo& db() { return *db_; }
   const TempDir& dir() const { return dir_; }
 
@@ -35,7 +34,7 @@ class LinkFixture {
   void unitSends(const std::string& message);
   // The message the link sent last, its TCP frame removed.
   std::string lastMessage() const;
-  // Every message sent, frames removed.
+  // Every message sent, TCP frames removed; UDP messages travel bare.
   std::vector<std::string> messages() const;
   // Forgets what was sent and raised so far.
   void clearRecords();
@@ -57,7 +56,7 @@ class LinkFixture {
 };
 
 // The message inside a TCP frame ("LN{}7{}OK{}02x" gives "OK{}02x"); the text
-// itself when it is not framed.
+// itself when it is not a frame whose length is that of its message.
 std::string Unframe(const std::string& sent);
 std::string Frame(const std::string& message);
 
