@@ -63,7 +63,6 @@
 //
 // THE LINK RECORD, field by field (below, after the public variables):
 //   sBufferRicezione  TCP bytes after the last whole frame; emptied on connect
-//   bAttesaRisposta   true from a send until the next message arrives
 //   bAttesaFine       after a timer probe: only the unit's "13" gets through
 //   sTipoArrivo       type of the transfer in hand ("00": none, or the login)
 //   nPacchetti        download: packets collected (the next slot for whole
@@ -168,7 +167,6 @@ class frmClient : public DebugSink {
   // Kept public so that the procedures spread over several files, and the
   // tests that drive them, read and write one record.
   std::string sBufferRicezione;  // TCP bytes not yet cut into messages
-  bool bAttesaRisposta = false;  // set by each send, cleared by each message
   bool bAttesaFine = false;      // an end-of-transfer "13" is awaited
   std::string sTipoArrivo = "00";
   int nPacchetti = 0;

@@ -369,7 +369,6 @@ void frmClient::Winsock1_DataArrival(long) {
       const Cut cut = incoming.Next(message);
       if (cut == Cut::EndHandler) return;
       if (cut == Cut::LeaveLoop) break;
-      bAttesaRisposta = false;
       if (bAttesaFine) {
         const EndCheck check = CheckEndOfTransfer(*this, message);
         if (check == EndCheck::NextPass) continue;

@@ -111,7 +111,6 @@ void frmClient::tmrTimeOut_Timer() {
       panel::AppendLogLine(Panel.Label4, LogStamp() + " - Avvenuto un tmrTimeOut di intervallo: " +
                                              std::to_string(tmrTimeOut->interval()) +
                                              "; Stato = " + std::to_string(Stato));
-    bAttesaRisposta = false;
     if (ShouldRetry(*this))
       Retry(*this);
     else

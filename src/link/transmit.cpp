@@ -11,7 +11,6 @@ bool frmClient::IsTCP() const { return Winsock1->protocol() == sckTCPProtocol; }
 
 void frmClient::TrasmettiStringa(const std::string& Stringa) {
   Guarded(*this, "TrasmettiStringa", [&] {
-    bAttesaRisposta = true;
     const std::string wire =
         IsTCP() ? std::string(kFrameMarker) + std::to_string(Stringa.size()) + "{}" + Stringa : Stringa;
     TrasmissioneInCorso = true;

@@ -43,7 +43,6 @@ void Send(frmClient& f, int stato, int interval) {
   // An accepted upload goes on with element 1.
   f.StringaInviata = 1;
   f.TrasmettiStringa(f.StringaPar[0]);
-  f.bAttesaRisposta = true;
 }
 
 // As above, in the state and with the reply interval of the type's row.

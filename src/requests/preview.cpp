@@ -110,7 +110,6 @@ void frmClient::AttivaPreview(const std::string& arg) {
     tmrTimeOut->setInterval(TimeOutBreve);
     TrasmettiStringa(StringaPar[0]);
     StringaInviata = 1;
-    bAttesaRisposta = true;
   });
 }
 

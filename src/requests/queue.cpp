@@ -68,7 +68,6 @@ bool frmClient::WithdrawRequest(int position) {
   // of it finds no exchange, and its reply timer must not fire for it.
   if (Stato != cNoOperation) return false;
   tmrTimeOut->setEnabled(false);
-  bAttesaRisposta = false;
   bAttesaFine = false;
   EndRequest(RequestOutcome::Cancelled);
   return true;
