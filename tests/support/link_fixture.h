@@ -24,6 +24,7 @@ class LinkFixture {
   link::frmClient& form() { return *form_; }
   FakeSocket& socket() { return *platform_->socket; }
   ManualTimer& timer() { return *platform_->timer; }
+  FakePlatform& platform() { return *platform_; }
   store::DataVideo& db() { return *db_; }
   const TempDir& dir() const { return dir_; }
 
