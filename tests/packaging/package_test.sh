@@ -97,6 +97,9 @@ done
 # A login with the installed programs, over TCP, against the installed unit
 # on a loopback port of its choosing (UDP on the same number, for the example
 # hosts below).
+# The output file is there before the unit starts, so that the wait below
+# never reads a file the background job has not opened yet.
+: >"$work/unit.out"
 "$bin/camrelay-unit" --dir "$work/unit" --empty --udp --tcp --port 0 --exit-after 120 \
   >"$work/unit.out" 2>"$work/unit.log" &
 unit_pid=$!
