@@ -84,7 +84,9 @@ int PacketsHeld(const frmClient& form) {
 }
 
 std::pair<int, int> TransferProgress(const frmClient& form) {
-  const int expected = form.UboundStringaPar();
+  // Until the unit accepts the opening no transfer is in hand: StringaPar
+  // then holds what the request has ready to send, nothing that moved.
+  const int expected = form.sTipoArrivo == code::Login ? 0 : form.UboundStringaPar();
   if (expected < 1) return {0, 0};
   // Uploads count the packets the unit has acknowledged; a media run counts
   // its packets as they arrive; other downloads fill their slots in any order.

@@ -115,6 +115,19 @@ TEST_F(StatusFixture, ADownloadShowsItsProgressQueueAndReplyAwaitedThenHowItEnde
   EXPECT_EQ(status.requestsEnded, 1);
 }
 
+// Until the unit accepts the opening no transfer is in hand: the elements a
+// request has ready to send are not packets received or acknowledged.
+TEST_F(StatusFixture, ARequestAwaitingItsAcceptanceShowsNoPackets) {
+  client.DownLoadStrCommand("EVENTI?");
+  LinkStatus status = client.Status();
+  EXPECT_EQ(status.operation, cTrasmettiStringaReq);
+  EXPECT_EQ(status.packetsDone + status.packetsExpected, 0);
+  unit().deliver("AA{}2{}52");
+  status = client.Status();
+  EXPECT_EQ(status.transferType, "52");
+  EXPECT_EQ(status.packetsExpected, 2);
+}
+
 TEST_F(StatusFixture, AGiveUpARefusalACancelAndAUnitErrorEachSayWhy) {
   client.DownLoadProgrammazione();
   unit().deliver("AA{}4{}02");
