@@ -29,11 +29,6 @@ using camrelay::platform::windows::FromWide;
 
 namespace {
 
-std::string Bytes(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
 camrelay::store::TableDump Table(const fs::path& database, const char* table) {
   camrelay::store::DataVideo db;
   db.SetConnectionString(database.string());
@@ -149,7 +144,7 @@ void Session() {
   std::ofstream(update, std::ios::binary) << firmware;
   client.Call(L"UpLoadAggiornamento", {Text(update.wstring())});
   CHECK(server.AwaitState({camrelay::cTrasmissioneOK, camrelay::cTimeOutConnessione}), "the firmware is sent");
-  CHECK(Bytes(unitDir / "Firmware" / "update.bin") == firmware, "the unit keeps the firmware byte for byte");
+  CHECK(FileBytes(unitDir / "Firmware" / "update.bin") == firmware, "the unit keeps the firmware byte for byte");
 
   // Every state in the order the host saw it: each request logs in on its
   // own connection, then runs its exchange to its final state.

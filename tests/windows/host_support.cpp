@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 
 #include "camrelay.h"
 #include "platform/windows/codepage.h"
@@ -280,6 +281,11 @@ bool Created::AwaitState(std::initializer_list<long> states, DWORD limit) {
       },
       limit);
   return reached == *states.begin();
+}
+
+std::string FileBytes(const std::filesystem::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 long FreeUdpPort() {

@@ -67,6 +67,8 @@ class LateBound {
 void Connect(LateBound client, long protocol, long localPort, const std::filesystem::path& folder);
 // A UDP port nobody uses on loopback right now.
 long FreeUdpPort();
+// A file's bytes; empty when it cannot be read.
+std::string FileBytes(const std::filesystem::path& file);
 
 struct Event {
   DISPID id;

@@ -4,7 +4,6 @@
 #include <windows.h>
 #include <commctrl.h>
 
-#include <fstream>
 #include <iterator>
 #include <set>
 #include <string>
@@ -85,9 +84,7 @@ std::wstring StatusBarText(HWND panel, int part) {
 }
 
 bool UnitLogHas(const std::string& text) {
-  std::ifstream in(FromUnixPath(Environment("CAMRELAY_UNIT_LOG")), std::ios::binary);
-  const std::string log{std::istreambuf_iterator<char>(in), {}};
-  return log.find(text) != std::string::npos;
+  return FileBytes(FromUnixPath(Environment("CAMRELAY_UNIT_LOG"))).find(text) != std::string::npos;
 }
 
 int WindowHeight(HWND window) {
