@@ -1,14 +1,15 @@
 // What a fleet costs when its database is a PostgreSQL server on another
 // machine: N simulated units (200 unless given) run download-log with
 // `camrelay fleet --db <server>`, once with the server on loopback and once
-// through a proxy in this program that holds every chunk 1 ms each way, as a
-// server on the local network would. Prints the wall time of each and their
+// through a proxy in this program that holds every chunk 1 ms each way (or
+// the milliseconds given), as a server on the local network would. Prints the wall time of each and their
 // ratio, the most server connections open at once, the fleet's peak memory
-// and its CPU per unit.
+// and its CPU per unit. A third run goes through the proxy with --claim, as
+// machines sharing the fleet do: the claims must not slow the links.
 // Aims: ratio at most 1.5, at most 8 connections, 1000 units complete.
 //
 //   cmake --build build --target bench_fleet_server_bench camrelay-cli camrelay-unit
-//   build/bench/bench_fleet_server_bench [N]
+//   build/bench/bench_fleet_server_bench [N [DELAY_MS]]
 // The server is CAMRELAY_BENCH_POSTGRES (a libpq "key=value" string) when
 // set, else a throw-away one started with scripts/postgres-server.
 #include <sys/resource.h>
@@ -35,13 +36,14 @@ namespace asio = boost::asio;
 using asio::ip::tcp;
 
 constexpr int kDefaultUnits = 200;
-constexpr auto kDelay = 1ms;
+constexpr auto kDefaultDelay = 1ms;
 
-// Forwards every connection to the server, each chunk held kDelay before it
+// Forwards every connection to the server, each chunk held `delay` before it
 // goes on, in both directions.
 class DelayProxy {
  public:
-  explicit DelayProxy(int serverPort) : server_(asio::ip::make_address("127.0.0.1"), serverPort) {
+  DelayProxy(int serverPort, std::chrono::milliseconds delay)
+      : server_(asio::ip::make_address("127.0.0.1"), serverPort), delay_(delay) {
     acceptor_.open(tcp::v4());
     acceptor_.bind({asio::ip::make_address("127.0.0.1"), 0});
     acceptor_.listen();
@@ -56,12 +58,12 @@ class DelayProxy {
 
  private:
   struct Pipe : std::enable_shared_from_this<Pipe> {
-    Pipe(std::shared_ptr<tcp::socket> from, std::shared_ptr<tcp::socket> to)
-        : from(std::move(from)), to(std::move(to)), timer(this->from->get_executor()) {}
+    Pipe(std::shared_ptr<tcp::socket> from, std::shared_ptr<tcp::socket> to, std::chrono::milliseconds delay)
+        : from(std::move(from)), to(std::move(to)), delay(delay), timer(this->from->get_executor()) {}
     void Pump() {
       from->async_read_some(asio::buffer(buffer), [self = shared_from_this()](auto ec, std::size_t n) {
         if (ec) return self->Close();
-        self->timer.expires_after(kDelay);
+        self->timer.expires_after(self->delay);
         self->timer.async_wait([self, n](auto) {
           asio::async_write(*self->to, asio::buffer(self->buffer, n), [self](auto ec, std::size_t) {
             if (ec) return self->Close();
@@ -76,6 +78,7 @@ class DelayProxy {
       to->close(ignored);
     }
     std::shared_ptr<tcp::socket> from, to;
+    std::chrono::milliseconds delay;
     asio::steady_timer timer;
     std::array<char, 64 * 1024> buffer;
   };
@@ -85,10 +88,10 @@ class DelayProxy {
       if (ec) return;
       auto near = std::make_shared<tcp::socket>(std::move(client));
       auto far = std::make_shared<tcp::socket>(io_);
-      far->async_connect(server_, [near, far](auto ec) {
+      far->async_connect(server_, [near, far, delay = delay_](auto ec) {
         if (ec) return;
-        std::make_shared<Pipe>(near, far)->Pump();
-        std::make_shared<Pipe>(far, near)->Pump();
+        std::make_shared<Pipe>(near, far, delay)->Pump();
+        std::make_shared<Pipe>(far, near, delay)->Pump();
       });
       Accept();
     });
@@ -97,6 +100,7 @@ class DelayProxy {
   asio::io_context io_;
   tcp::acceptor acceptor_{io_};
   tcp::endpoint server_;
+  std::chrono::milliseconds delay_;
   std::thread thread_;
 };
 
@@ -144,7 +148,7 @@ std::string KeyOf(const std::string& conninfo, const std::string& key) {
 }
 
 Run RunFleet(const fs::path& work, const Units& units, int count, const std::string& conninfo, int port,
-             const std::string& prefix) {
+             const std::string& prefix, const std::vector<std::string>& extra = {}) {
   const fs::path hosts = work / prefix;
   fs::create_directories(hosts);
   std::ofstream csv(hosts / "units.csv");
@@ -156,9 +160,10 @@ Run RunFleet(const fs::path& work, const Units& units, int count, const std::str
                          KeyOf(conninfo, "dbname");
   ConnectionPeak connections(conninfo);
   const auto start = std::chrono::steady_clock::now();
-  const pid_t pid = Spawn(Program("camrelay"),
-                          {"fleet", (hosts / "units.csv").string(), "--db", db, "--json", "-q", "download-log"},
-                          hosts / "fleet.out");
+  std::vector<std::string> args{"fleet", (hosts / "units.csv").string(), "--db", db, "--json", "-q"};
+  args.insert(args.end(), extra.begin(), extra.end());
+  args.push_back("download-log");
+  const pid_t pid = Spawn(Program("camrelay"), args, hosts / "fleet.out");
   int status = 0;
   rusage usage{};
   wait4(pid, &status, 0, &usage);
@@ -198,7 +203,7 @@ std::string Server(const fs::path& work) {
 }
 
 void Print(const char* label, int count, const Run& run) {
-  std::printf("%-12s %6d %8.2f %12.2f %9.1f %12ld %7d\n", label, count, run.wallSeconds,
+  std::printf("%-16s %6d %8.2f %12.2f %9.1f %12ld %7d\n", label, count, run.wallSeconds,
               run.cpuSeconds * 1000 / count, run.peakKiB / 1024.0, run.peakConnections, run.failed);
   std::fflush(stdout);
 }
@@ -207,8 +212,9 @@ void Print(const char* label, int count, const Run& run) {
 
 int main(int argc, char** argv) {
   const int count = argc > 1 ? std::atoi(argv[1]) : kDefaultUnits;
-  if (count < 1) {
-    std::fprintf(stderr, "usage: bench_fleet_server_bench [UNITS >= 1]\n");
+  const std::chrono::milliseconds delay = argc > 2 ? std::chrono::milliseconds(std::atoi(argv[2])) : kDefaultDelay;
+  if (count < 1 || delay.count() < 0) {
+    std::fprintf(stderr, "usage: bench_fleet_server_bench [UNITS >= 1 [DELAY_MS >= 0]]\n");
     return 2;
   }
   RaiseDescriptorLimit();
@@ -222,18 +228,27 @@ int main(int argc, char** argv) {
     std::printf("starting %d simulated units...\n", count);
     std::fflush(stdout);
     const Units units(work, count);
-    std::printf("%-12s %6s %8s %12s %9s %12s %7s\n", "server", "units", "wall s", "CPU ms/unit", "peak MiB",
+    std::printf("%-16s %6s %8s %12s %9s %12s %7s\n", "server", "units", "wall s", "CPU ms/unit", "peak MiB",
                 "connections", "failed");
     const Run loopback = RunFleet(work, units, count, conninfo, serverPort, "l");
     Print("loopback", count, loopback);
     DropSchemas(conninfo, "l", count);
-    DelayProxy proxy(serverPort);
+    DelayProxy proxy(serverPort, delay);
     const Run delayed = RunFleet(work, units, count, conninfo, proxy.port(), "p");
-    Print("+1 ms each way", count, delayed);
+    const std::string each = "+" + std::to_string(delay.count()) + " ms";
+    Print((each + " each way").c_str(), count, delayed);
     DropSchemas(conninfo, "p", count);
-    std::printf("ratio (delayed / loopback wall time): %.2f (aim <= 1.5); peak connections %ld (aim <= 8)\n",
-                delayed.wallSeconds / loopback.wallSeconds,
-                std::max(loopback.peakConnections, delayed.peakConnections));
+    const std::string round = "bench-" + std::to_string(getpid());
+    const Run claimed = RunFleet(work, units, count, conninfo, proxy.port(), "c", {"--claim", round});
+    Print((each + ", claim").c_str(), count, claimed);
+    DropSchemas(conninfo, "c", count);
+    auto server = camrelay::store::ConnectPostgres({conninfo, ""});
+    for (const char* list : {"camrelay_fleet_units", "camrelay_fleet_rounds"})
+      server->Exec(std::string("DELETE FROM ") + list + " WHERE round = " + server->Literal(round));
+    std::printf("ratio (delayed / loopback wall time): %.2f, with --claim %.2f (aim <= 1.5); peak connections %ld "
+                "(aim <= 8)\n",
+                delayed.wallSeconds / loopback.wallSeconds, claimed.wallSeconds / loopback.wallSeconds,
+                std::max({loopback.peakConnections, delayed.peakConnections, claimed.peakConnections}));
   } catch (const std::exception& e) {
     std::fprintf(stderr, "bench_fleet_server_bench: %s\n", e.what());
     status = 1;
