@@ -6,8 +6,8 @@
 namespace camrelay::store {
 namespace {
 
-// The schemas' checks are set by the loop that runs the links and read by
-// whichever thread commits.
+// The schemas' checks are set by the thread that claims the units and read
+// by whichever thread commits.
 struct Checks {
   std::mutex mutex;
   std::map<std::string, CommitCheck> bySchema;

@@ -47,9 +47,16 @@ struct FleetRunner::Slot {
   Clock::time_point start = Clock::now();
 };
 
+// What the source said when asked for the next unit.
+struct FleetRunner::SourceAnswer {
+  std::optional<FleetUnit> unit;
+  std::size_t awaited = 0;
+  std::string failure;
+};
+
 FleetRunner::FleetRunner(boost::asio::io_context& io, UnitSource& source, const std::vector<Command>& commands,
                          const LinkOptions& common, const OutputOptions& output, int parallel, FleetReport& report,
-                         std::function<void()> done)
+                         std::function<void()> done, clsClient::StoreRunner sourceRunner)
     : io_(io),
       source_(source),
       commands_(commands),
@@ -58,39 +65,86 @@ FleetRunner::FleetRunner(boost::asio::io_context& io, UnitSource& source, const 
       parallel_(static_cast<std::size_t>(std::max(1, parallel))),
       report_(report),
       done_(std::move(done)),
+      sourceRunner_(std::move(sourceRunner)),
       askAgain_(io) {}
 
 FleetRunner::~FleetRunner() = default;
 
 void FleetRunner::Start() { Fill(); }
 
+void FleetRunner::AskSource(std::function<void()> work, std::function<void()> then) {
+  ++sourceCalls_;
+  auto back = [this, then = std::move(then)] {
+    --sourceCalls_;
+    then();
+    EndIfDone();
+  };
+  if (sourceRunner_) return sourceRunner_(std::move(work), std::move(back));
+  boost::asio::post(io_, [work = std::move(work), back = std::move(back)] {
+    work();
+    back();
+  });
+}
+
 void FleetRunner::Fill() {
-  while (!stopping_ && !exhausted_ && slots_.size() < parallel_) {
-    std::optional<FleetUnit> unit;
-    std::size_t awaited = 0;
-    try {
-      unit = source_.Next();
-      if (!unit) awaited = source_.Awaited();
-    } catch (const std::exception& e) {
-      // The units in flight still end and are reported; no more start.
-      report_.SourceFailed(e.what());
-      exhausted_ = true;
-      break;
-    }
-    if (!unit) {
-      if (awaited == 0) {
-        exhausted_ = true;
-      } else {
-        askAgain_.expires_after(kAwaitInterval);
-        askAgain_.async_wait([this](const boost::system::error_code& ec) {
-          if (!ec) Fill();
-        });
-      }
-      break;
-    }
-    Launch(std::move(*unit));
+  if (nextAsked_ || stopping_ || exhausted_ || slots_.size() >= parallel_) return EndIfDone();
+  nextAsked_ = true;
+  auto answer = std::make_shared<SourceAnswer>();
+  AskSource(
+      [this, answer] {
+        try {
+          answer->unit = source_.Next();
+          if (!answer->unit) answer->awaited = source_.Awaited();
+        } catch (const std::exception& e) {
+          answer->failure = e.what();
+        }
+      },
+      [this, answer] {
+        nextAsked_ = false;
+        Take(std::move(*answer));
+      });
+}
+
+void FleetRunner::Take(SourceAnswer answer) {
+  if (!answer.failure.empty()) {
+    // The units in flight still end and are reported; no more start.
+    report_.SourceFailed(answer.failure);
+    exhausted_ = true;
+  } else if (answer.unit && stopping_) {
+    // Claimed as the operator stopped the run: still to be served.
+    TellSource([this, unit = *answer.unit] { source_.Released(unit); });
+  } else if (answer.unit) {
+    Launch(std::move(*answer.unit));
+  } else if (answer.awaited == 0) {
+    exhausted_ = true;
+  } else {
+    askAgain_.expires_after(kAwaitInterval);
+    askAgain_.async_wait([this](const boost::system::error_code& ec) {
+      if (!ec) Fill();
+    });
+    return;
   }
-  if (slots_.empty() && (exhausted_ || stopping_) && done_) std::exchange(done_, nullptr)();
+  Fill();
+}
+
+void FleetRunner::TellSource(std::function<void()> call, std::function<void()> then) {
+  auto failure = std::make_shared<std::string>();
+  AskSource(
+      [call = std::move(call), failure] {
+        try {
+          call();
+        } catch (const std::exception& e) {
+          *failure = e.what();
+        }
+      },
+      [this, failure, then = std::move(then)] {
+        if (!failure->empty()) report_.SourceFailed(*failure);
+        if (then) then();
+      });
+}
+
+void FleetRunner::EndIfDone() {
+  if (slots_.empty() && sourceCalls_ == 0 && (exhausted_ || stopping_) && done_) std::exchange(done_, nullptr)();
 }
 
 void FleetRunner::Launch(FleetUnit unit) {
@@ -154,15 +208,12 @@ UnitOutcome FleetRunner::OutcomeOf(const Slot& slot, int failures) const {
 void FleetRunner::Ended(Slot* slot, int failures) {
   const UnitOutcome outcome = OutcomeOf(*slot, failures);
   // A unit interrupted by the operator has not been served.
-  try {
-    if (stopping_ && !outcome.succeeded)
-      source_.Released(slot->unit);
-    else
-      source_.Finished(slot->unit, outcome.succeeded);
-  } catch (const std::exception& e) {
-    report_.SourceFailed(e.what());
-  }
-  report_.UnitEnded(outcome);
+  const bool giveBack = stopping_ && !outcome.succeeded;
+  TellSource(
+      [this, giveBack, unit = slot->unit, succeeded = outcome.succeeded] {
+        giveBack ? source_.Released(unit) : source_.Finished(unit, succeeded);
+      },
+      [this, outcome] { report_.UnitEnded(outcome); });
   const auto it = std::find_if(slots_.begin(), slots_.end(), [slot](const auto& s) { return s.get() == slot; });
   // The run whose handler called us is still on the stack: the last owner
   // of its slot is a handler that does nothing, destroyed once it has run.
@@ -234,8 +285,12 @@ int RunFleet(const Invocation& invocation, Console& console) {
     stores.emplace(io, StoreConnections(invocation));
     common.storeRunner = stores->Runner();
   }
+  // The claims wait on the server: one thread of their own keeps them off
+  // the loop, in the order they were made, on the one connection they have.
+  std::optional<StoreThreads> claimThread;
+  if (claims) claimThread.emplace(io, 1);
   FleetRunner runner(io, source, invocation.commands, common, invocation.output, options.parallel, report,
-                     [&io] { io.stop(); });
+                     [&io] { io.stop(); }, claimThread ? claimThread->Runner() : nullptr);
 
   bool interrupted = false;
   boost::asio::signal_set signals(io, SIGINT, SIGTERM);
@@ -260,11 +315,7 @@ int RunFleet(const Invocation& invocation, Console& console) {
     renewal.expires_after(claims->lease() / 3);
     renewal.async_wait([&](const boost::system::error_code& ec) {
       if (ec) return;
-      try {
-        claims->Renew();
-      } catch (const std::exception& e) {
-        console.Error(std::string("fleet: cannot renew the claims: ") + e.what());
-      }
+      runner.TellSource([claims] { claims->Renew(); });
       renew();
     });
   };
