@@ -2,13 +2,15 @@
 // a power cut would end it: the database is sound afterwards and holds either
 // what it held before or the whole download, never a mix; a clip being
 // received never takes the place of a complete one of the same name.
-#include <sqlite3.h>
-
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <random>
 
 #include "e2e_fixture.h"
+#include "store/DataVideo.h"
+#include "store/backend.h"
+#include "store/values.h"
 
 namespace camrelay::e2e {
 namespace {
@@ -17,20 +19,6 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 
 constexpr int kKills = 10;
-
-std::string IntegrityCheck(const fs::path& database) {
-  sqlite3* db = nullptr;
-  std::string answer = "cannot open";
-  if (sqlite3_open_v2(database.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
-    sqlite3_stmt* statement = nullptr;
-    sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &statement, nullptr);
-    answer = sqlite3_step(statement) == SQLITE_ROW ? reinterpret_cast<const char*>(sqlite3_column_text(statement, 0))
-                                                   : sqlite3_errmsg(db);
-    sqlite3_finalize(statement);
-  }
-  sqlite3_close(db);
-  return answer;
-}
 
 // A download, what the unit it comes from is started with, and the share
 // of a whole run from which the kills fall.
@@ -66,8 +54,16 @@ TEST_P(KillNine, LeavesEitherWhatWasThereOrTheWholeDownload) {
   for (int i = 0; i < kKills; ++i) {
     const milliseconds at(static_cast<long>(took.count() * share(random)));
     check = DownloadCheck(crash.command);
-    const auto exit = HostKilledAfter(check.args, at);
-    ASSERT_EQ(IntegrityCheck(hostDb()), "ok");
+    const auto host = Launch(HostArguments(check.args), "killed" + std::to_string(i));
+    const auto exit = host->Wait(at);
+    host->Signal(SIGKILL);
+    host->Wait(std::chrono::seconds(5));
+    store::DataVideo db;
+    db.SetConnectionString(hostDb().string());
+    db.EnsureOpen(nullptr, "test");
+    const auto integrity = db.Handle().Query("PRAGMA integrity_check");
+    ASSERT_TRUE(integrity->Next());
+    ASSERT_EQ(store::DbText(integrity->Value(0)), "ok");
     const bool before = check.untouched(whole), after = check.exact(whole);
     std::printf("kill -9 %-14s at %5ld ms: %-11s %s\n", crash.command, static_cast<long>(at.count()),
                 exit ? "ended first" : "killed", before ? "as before" : after ? "whole download" : "MIXED");

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <boost/asio.hpp>
+#include <iterator>
 #include <sstream>
-#include <thread>
 
 #include "store/DataVideo.h"
+#include "store/connection.h"
 #include "store/dump.h"
 
 namespace camrelay::e2e {
@@ -17,31 +18,19 @@ namespace {
 // The unit stops by itself even if the test process dies before it can.
 constexpr const char* kUnitLifetime = "300";
 
-std::unique_ptr<store::DataVideo> OpenDatabase(const std::string& connection) {
+fs::path ProgramPath(const std::string& name) { return fs::path(CAMRELAY_BINARY_DIR) / "tools" / name; }
+
+std::unique_ptr<store::DataVideo> Open(const std::string& database) {
+  // A file that is not there is a fault of the test, not an empty table.
+  if (!store::IsServerDatabase(database) && !fs::exists(database))
+    throw std::runtime_error("no database at " + database);
   auto db = std::make_unique<store::DataVideo>();
-  db->SetConnectionString(connection);
+  db->SetConnectionString(database);
   db->EnsureOpen(nullptr, "test");
   return db;
 }
 
-std::unique_ptr<store::DataVideo> OpenDatabase(const fs::path& file) {
-  if (!fs::exists(file)) throw std::runtime_error("no database at " + file.string());
-  return OpenDatabase(file.string());
-}
-
-std::vector<Row> TableRows(store::DataVideo& db, const std::string& table, const std::string& without) {
-  store::TableDump dump = store::DumpTable(db, table);
-  const auto skip = std::find(dump.columns.begin(), dump.columns.end(), without) - dump.columns.begin();
-  for (Row& row : dump.rows)
-    if (skip < static_cast<long>(row.size())) row.erase(row.begin() + skip);
-  return dump.rows;
-}
-
 }  // namespace
-
-std::string Name(Transport transport) { return transport == Transport::Tcp ? "Tcp" : "Udp"; }
-
-fs::path ProgramPath(const std::string& name) { return fs::path(CAMRELAY_BINARY_DIR) / "tools" / name; }
 
 EndToEnd::EndToEnd()
     : unitDir_(root_ / "unit"), hostDir_(root_ / "host"), configHome_(root_ / "config"), logs_(root_ / "logs") {
@@ -49,53 +38,56 @@ EndToEnd::EndToEnd()
 }
 
 EndToEnd::~EndToEnd() {
-  // A failed test leaves the unit's and the host's output to read.
+  // A failed test leaves the unit's output to read.
   if (HasFailure() && unit_) {
-    StopUnit();
+    unit_->Stop();
+    const std::string err = unit_->Stderr();
     std::cerr << "---- camrelay-unit's standard error (last 4000 bytes):\n"
-              << unit_->Stderr().substr(unit_->Stderr().size() > 4000 ? unit_->Stderr().size() - 4000 : 0)
-              << "\n";
+              << err.substr(err.size() > 4000 ? err.size() - 4000 : 0) << "\n";
   }
+}
+
+void EndToEnd::Listen(const std::vector<std::string>& args, int lines) {
+  // A unit started before wrote its ports to the same file: gone, it cannot
+  // be read in place of the new one's.
+  unit_.reset();
+  fs::remove(logs_ / "unit.out");
+  unit_ = std::make_unique<Process>(ProgramPath("camrelay-unit"), args, std::vector<std::string>{}, logs_, "unit");
+  std::string out;
+  for (const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+       std::count(out.begin(), out.end(), '\n') < lines && std::chrono::steady_clock::now() < deadline &&
+       !unit_->Wait(std::chrono::milliseconds(50));)
+    out = unit_->Stdout();
+  // "camrelay-unit [unit N ]listening on udp|tcp ADDR:PORT"
+  std::istringstream text(out);
+  for (std::string line; std::getline(text, line);) {
+    std::istringstream in(line);
+    const std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
+    const int port = std::stoi(words.back().substr(words.back().rfind(':') + 1));
+    UnitPorts& unit = ports_[words.size() == 7 ? std::stoi(words[2]) : 1];
+    (words.end()[-2] == "udp" ? unit.udp : unit.tcp) = port;
+  }
+  ASSERT_EQ(std::count(out.begin(), out.end(), '\n'), lines) << out << unit_->Stderr();
 }
 
 void EndToEnd::StartUnit(Transport transport, const std::vector<std::string>& extra) {
   transport_ = transport;
   std::vector<std::string> args{"--dir", unitDir_.string(), transport == Transport::Tcp ? "--tcp" : "--udp",
-                                "--port", "0", "--host", "127.0.0.1", "--exit-after", kUnitLifetime, "-v"};
+                                "--port", "0", "--exit-after", kUnitLifetime, "-v"};
   args.insert(args.end(), extra.begin(), extra.end());
-  // A unit started before wrote its port to the same file: gone, it cannot
-  // be read in place of the new one's.
-  unit_.reset();
-  fs::remove(logs_ / "unit.out");
-  unit_ = std::make_unique<Process>(ProgramPath("camrelay-unit"), args, std::vector<std::string>{}, logs_, "unit");
-  const std::string line = unit_->WaitFirstLine(std::chrono::seconds(10));
-  ASSERT_TRUE(line.starts_with("camrelay-unit listening on ")) << "unit said: " << line << unit_->Stderr();
-  port_ = std::stoi(line.substr(line.rfind(':') + 1));
-  localPort_ = transport == Transport::Udp ? FreeUdpPort() : 0;
-}
-
-void EndToEnd::StopUnit() {
-  if (unit_) unit_->Stop();
+  Listen(args, 1);
+  port_ = transport == Transport::Tcp ? ports(1).tcp : ports(1).udp;
+  // The host's own UDP port, kept from run to run as a user's would be.
+  asio::io_context io;
+  const asio::ip::udp::socket free(io, {asio::ip::make_address("127.0.0.1"), 0});
+  localPort_ = transport == Transport::Udp ? free.local_endpoint().port() : 0;
 }
 
 void EndToEnd::StartUnits(int count, const std::vector<std::string>& extra) {
   std::vector<std::string> args{"--dir", unitDir_.string(), "--udp", "--tcp", "--port", "0",
                                 "--units", std::to_string(count), "--exit-after", kUnitLifetime, "-q"};
   args.insert(args.end(), extra.begin(), extra.end());
-  units = std::make_unique<Process>(ProgramPath("camrelay-unit"), args, std::vector<std::string>{}, logs_, "units");
-  // A line per unit and transport: "unit N listening on udp 127.0.0.1:PORT".
-  std::string out;
-  for (const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-       std::count(out.begin(), out.end(), '\n') < 2 * count && std::chrono::steady_clock::now() < deadline;
-       std::this_thread::sleep_for(std::chrono::milliseconds(50)))
-    out = units->Stdout();
-  std::istringstream lines(out);
-  std::string word, unit, number, listening, on, transport, where;
-  while (lines >> word >> unit >> number >> listening >> on >> transport >> where) {
-    const int port = std::stoi(where.substr(where.rfind(':') + 1));
-    (transport == "udp" ? ports_[std::stoi(number)].udp : ports_[std::stoi(number)].tcp) = port;
-  }
-  ASSERT_EQ(static_cast<int>(ports_.size()), count) << out << units->Stderr();
+  Listen(args, 2 * count);
 }
 
 fs::path EndToEnd::UnitDb(int number) const {
@@ -116,36 +108,26 @@ std::vector<std::string> EndToEnd::HostArguments(const std::vector<std::string>&
   return all;
 }
 
-std::vector<std::string> EndToEnd::HostEnvironment(const std::vector<std::string>& extra) const {
-  std::vector<std::string> environment{"XDG_CONFIG_HOME=" + configHome_.string()};
-  environment.insert(environment.end(), extra.begin(), extra.end());
-  return environment;
-}
-
 Outcome EndToEnd::Host(const std::vector<std::string>& args, std::chrono::seconds limit) {
   return Camrelay(HostArguments(args), env, limit);
 }
 
-std::optional<int> EndToEnd::HostKilledAfter(const std::vector<std::string>& args, std::chrono::milliseconds after) {
-  const auto host = Launch(HostArguments(args), "host" + std::to_string(++runs_));
-  const auto exit = host->Wait(after);
-  host->Kill();
-  return exit;
-}
-
-std::unique_ptr<Process> EndToEnd::Launch(const std::vector<std::string>& args, const std::string& tag) {
-  return std::make_unique<Process>(ProgramPath("camrelay"), args, HostEnvironment(env), logs_, tag);
+std::unique_ptr<Process> EndToEnd::Launch(const std::vector<std::string>& args, const std::string& tag,
+                                          const std::vector<std::string>& extraEnv) {
+  std::vector<std::string> environment{"XDG_CONFIG_HOME=" + configHome_.string()};
+  environment.insert(environment.end(), extraEnv.begin(), extraEnv.end());
+  return std::make_unique<Process>(ProgramPath("camrelay"), args, environment, logs_, tag);
 }
 
 Outcome EndToEnd::Camrelay(const std::vector<std::string>& args, const std::vector<std::string>& extraEnv,
                            std::chrono::seconds limit) {
-  Process host(ProgramPath("camrelay"), args, HostEnvironment(extraEnv), logs_, "host" + std::to_string(++runs_));
+  const auto host = Launch(args, "host" + std::to_string(++runs_), extraEnv);
   Outcome outcome;
-  outcome.exit = host.Wait(limit);
-  host.Stop();
-  outcome.out = host.Stdout();
-  outcome.err = host.Stderr();
-  outcome.peakRssKiB = host.PeakRssKiB();
+  outcome.exit = host->Wait(limit);
+  host->Stop();
+  outcome.out = host->Stdout();
+  outcome.err = host->Stderr();
+  outcome.peakRssKiB = host->PeakRssKiB();
   return outcome;
 }
 
@@ -181,17 +163,15 @@ std::vector<Check> EndToEnd::DownloadChecks() {
   const std::string events = "EVENTI:" + std::to_string(Rows(unitDb(), "Registro_eventi").size());
   const fs::path preview = unitDir_ / "Preview";
   const fs::path stream = hostDir_ / "Snapshot/stream-cam2-0001.jpg";
-  // How many preview images were saved, or -1 if one is not a whole image
-  // of its camera. A lost one is skipped and the next asked for.
+  // How many preview images were saved, or less than none if one is not a
+  // whole image of its camera. A lost one is skipped and the next asked for.
   auto previews = [this, preview] {
     int saved = 0;
     if (!fs::exists(hostDir_ / "Snapshot")) return saved;
     for (const auto& entry : fs::directory_iterator(hostDir_ / "Snapshot")) {
-      const std::string name = entry.path().filename().string();
-      if (!name.starts_with("preview-")) continue;
-      const std::string camera = name.substr(std::string("preview-").size(), 4);  // "cam1"
-      if (FileBytes(entry.path()) != FileBytes(preview / (camera + ".jpg"))) return -1;
-      ++saved;
+      const std::string name = entry.path().filename().string();  // preview-cam1-0001.jpg
+      if (name.starts_with("preview-"))
+        saved += FileBytes(entry.path()) == FileBytes(preview / (name.substr(8, 4) + ".jpg")) ? 1 : -100;
     }
     return saved;
   };
@@ -299,22 +279,21 @@ std::vector<Check> EndToEnd::UploadChecks() {
   };
 }
 
-std::vector<Row> Rows(const fs::path& database, const std::string& table, const std::string& without) {
-  return TableRows(*OpenDatabase(database), table, without);
+std::vector<Row> Rows(const std::string& database, const std::string& table, const std::string& without) {
+  store::TableDump dump = store::DumpTable(*Open(database), table);
+  const auto skip = std::find(dump.columns.begin(), dump.columns.end(), without) - dump.columns.begin();
+  for (Row& row : dump.rows)
+    if (skip < static_cast<long>(row.size())) row.erase(row.begin() + skip);
+  return dump.rows;
 }
 
-std::vector<Row> ServerRows(const std::string& connection, const std::string& table, const std::string& without) {
-  return TableRows(*OpenDatabase(connection), table, without);
-}
-
-std::vector<Row> Sorted(std::vector<Row> rows) {
+std::vector<Row> Log(const std::string& database) {
+  std::vector<Row> rows = Rows(database, "Registro_eventi", "IdRegistro");
   std::sort(rows.begin(), rows.end());
   return rows;
 }
 
-std::vector<Row> Log(const fs::path& database) { return Sorted(Rows(database, "Registro_eventi", "IdRegistro")); }
-
-Programming ProgrammingOf(const fs::path& database) {
+Programming ProgrammingOf(const std::string& database) {
   Programming tables;
   for (const auto& programming : store::kProgrammingTables) {
     const std::string table(programming.Table);
@@ -324,7 +303,7 @@ Programming ProgrammingOf(const fs::path& database) {
 }
 
 void Execute(const fs::path& database, const std::string& sql) {
-  OpenDatabase(database)->Handle().Exec(sql);
+  Open(database)->Handle().Exec(sql);
 }
 
 std::string FileBytes(const fs::path& file) {
@@ -363,12 +342,6 @@ bool GaveUp(const Outcome& run, const std::string& command) {
 
 bool HasLine(const std::string& output, const std::string& line) {
   return ("\n" + output).find("\n" + line + "\n") != std::string::npos;
-}
-
-int FreeUdpPort() {
-  asio::io_context io;
-  asio::ip::udp::socket socket(io, asio::ip::udp::endpoint(asio::ip::make_address("127.0.0.1"), 0));
-  return socket.local_endpoint().port();
 }
 
 int ClosedTcpPort() {

@@ -21,8 +21,6 @@ namespace camrelay::e2e {
 
 enum class Transport { Tcp, Udp };
 
-std::string Name(Transport transport);
-
 struct Outcome {
   std::optional<int> exit;  // nullopt: it did not end in time
   std::string out;
@@ -61,25 +59,22 @@ class EndToEnd : public ::testing::Test {
   // Starts camrelay-unit on a free loopback port, with its content in
   // unitDir(); extra are further options (faults, codes).
   void StartUnit(Transport transport, const std::vector<std::string>& extra = {});
-  void StopUnit();
-  Process& unit() { return *unit_; }
   // Starts one camrelay-unit playing `count` units on UDP and TCP, each in
-  // unitDir()/unit-N on free ports of its own, and reads where they listen.
+  // unitDir()/unit-N on free ports of its own.
   void StartUnits(int count, const std::vector<std::string>& extra = {});
+  Process& unit() { return *unit_; }
   const UnitPorts& ports(int number) const { return ports_.at(number); }
   std::filesystem::path UnitDb(int number) const;
 
   // Runs camrelay against the unit with the link options filled in, then
   // args, and waits for it up to `limit`.
   Outcome Host(const std::vector<std::string>& args, std::chrono::seconds limit = std::chrono::seconds(60));
-  // Starts camrelay as Host does and kills it with SIGKILL after `after`;
-  // returns its exit status when it ended before that.
-  std::optional<int> HostKilledAfter(const std::vector<std::string>& args, std::chrono::milliseconds after);
   // Runs camrelay with exactly these arguments.
   Outcome Camrelay(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
                    std::chrono::seconds limit = std::chrono::seconds(60));
   // Starts camrelay with exactly these arguments and leaves it running.
-  std::unique_ptr<Process> Launch(const std::vector<std::string>& args, const std::string& tag);
+  std::unique_ptr<Process> Launch(const std::vector<std::string>& args, const std::string& tag,
+                                  const std::vector<std::string>& env = {});
   // The link options for the unit StartUnit started, then args.
   std::vector<std::string> HostArguments(const std::vector<std::string>& args) const;
 
@@ -96,17 +91,16 @@ class EndToEnd : public ::testing::Test {
   const std::filesystem::path& hostDir() const { return hostDir_; }
   std::filesystem::path hostDb() const { return hostDir_ / "VideoSentrova.db"; }
   std::filesystem::path unitDb() const { return unitDir_ / "VideoSentrova.db"; }
-  int unitPort() const { return port_; }
 
   // Reply time-outs and retries the host is run with.
   std::vector<std::string> timing = {"--timeout-long", "1000", "--timeout-short", "1000", "--retries", "5"};
   std::string code = "123456";  // "" leaves --code out
   std::vector<std::string> env;  // added to the host's environment
   int peerPort = 0;  // when set, camrelay talks to this port instead of the unit's
-  std::unique_ptr<Process> units;  // the process StartUnits started
 
  private:
-  std::vector<std::string> HostEnvironment(const std::vector<std::string>& extra) const;
+  // Starts camrelay-unit and reads the `lines` lines saying where it listens.
+  void Listen(const std::vector<std::string>& args, int lines);
 
   test::TempDir root_;
   std::filesystem::path unitDir_, hostDir_, configHome_, logs_;
@@ -118,16 +112,13 @@ class EndToEnd : public ::testing::Test {
   std::map<int, UnitPorts> ports_;
 };
 
-// Every row of a table, in the order they were added; `without` names a
-// column left out (a counter that each side numbers its own way).
-std::vector<Row> Rows(const std::filesystem::path& database, const std::string& table,
-                      const std::string& without = "");
-// The same from a database in a server, named by its connection string.
-std::vector<Row> ServerRows(const std::string& connection, const std::string& table, const std::string& without = "");
-std::vector<Row> Sorted(std::vector<Row> rows);
+// Every row of a table of a database file or server schema, in the order
+// they were added; `without` names a column left out (a counter that each
+// side numbers its own way).
+std::vector<Row> Rows(const std::string& database, const std::string& table, const std::string& without = "");
 // The log of a database, in an order and without the numbering of its own.
-std::vector<Row> Log(const std::filesystem::path& database);
-Programming ProgrammingOf(const std::filesystem::path& database);
+std::vector<Row> Log(const std::string& database);
+Programming ProgrammingOf(const std::string& database);
 // Runs SQL on a database file.
 void Execute(const std::filesystem::path& database, const std::string& sql);
 
@@ -139,11 +130,7 @@ std::filesystem::path FirstFile(const std::filesystem::path& folder, const std::
 // Whether the output holds this line, whole.
 bool HasLine(const std::string& output, const std::string& line);
 
-// A free port on loopback, for the host's own UDP socket.
-int FreeUdpPort();
 // A TCP port on loopback that nothing listens on.
 int ClosedTcpPort();
-
-std::filesystem::path ProgramPath(const std::string& name);
 
 }  // namespace camrelay::e2e

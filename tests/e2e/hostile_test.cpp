@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdio>
 #include <functional>
 #include <thread>
 
@@ -26,37 +25,31 @@ constexpr long kPeakBoundKiB = 96 * 1024;
 
 // A socket on a free loopback port, served on a thread of its own by
 // `serve` until the test lets go of it; every wait on it ends within 100 ms.
-class Peer {
- public:
-  Peer(int type, std::function<void(Peer&)> serve) : fd_(socket(AF_INET, type, 0)) {
+struct Peer {
+  Peer(int type, std::function<void(Peer&)> serve) : fd(socket(AF_INET, type, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address);
     socklen_t length = sizeof address;
-    getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length);
+    bind(fd, reinterpret_cast<sockaddr*>(&address), length);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
     port = ntohs(address.sin_port);
     const timeval tick{0, 100000};
-    setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &tick, sizeof tick);
-    if (type == SOCK_STREAM) listen(fd_, 1);
-    thread_ = std::thread([this, serve] { serve(*this); });
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tick, sizeof tick);
+    if (type == SOCK_STREAM) listen(fd, 1);
+    thread = std::thread([this, serve] { serve(*this); });
   }
   ~Peer() {
-    stop_ = true;
-    shutdown(fd_, SHUT_RDWR);
-    thread_.join();
-    close(fd_);
+    running = false;
+    shutdown(fd, SHUT_RDWR);
+    thread.join();
+    close(fd);
   }
 
-  bool Running() const { return !stop_; }
-  int fd() const { return fd_; }
-  int port = 0;
+  int fd, port = 0;
   long sent = 0;
-
- private:
-  int fd_;
-  std::atomic<bool> stop_{false};
-  std::thread thread_;
+  std::atomic<bool> running{true};
+  std::thread thread;
 };
 
 class Hostile : public EndToEnd {
@@ -67,8 +60,6 @@ class Hostile : public EndToEnd {
     peerPort = port;
     timing = {"--timeout-long", "2000", "--timeout-short", "2000", "--retries", "5"};
     const Outcome run = Host({"download-prog"}, std::chrono::seconds(60));
-    std::printf("%-34s exit %s, peak RSS %6.1f MiB\n", what, run.exit ? std::to_string(*run.exit).c_str() : "-",
-                run.peakRssKiB / 1024.0);
     EXPECT_EQ(run.exit, 1) << what << "\n" << run.err;
     EXPECT_TRUE(Failed(run, "download-prog")) << run.err;
     EXPECT_LT(run.peakRssKiB, kPeakBoundKiB) << what;
@@ -79,15 +70,14 @@ TEST_F(Hostile, HugeFrameAndEndlessGarbageOverTcp) {
   StartUnit(Transport::Tcp);
   Peer peer(SOCK_STREAM, [](Peer& peer) {
     int host = -1;
-    while (peer.Running() && (host = accept(peer.fd(), nullptr, nullptr)) < 0) {
+    while (peer.running && (host = accept(peer.fd, nullptr, nullptr)) < 0) {
     }
     std::string bytes = "LN{}1099511627776{}" + std::string(1000, 'A');
-    for (int i = 0; i <= 100 && peer.Running(); ++i, bytes.assign(1 << 20, 'x'))
-      for (std::size_t at = 0; at < bytes.size() && peer.Running();) {
+    for (int i = 0; i <= 100 && peer.running; ++i, bytes.assign(1 << 20, 'x'))
+      for (std::size_t at = 0; at < bytes.size() && peer.running;) {
         const ssize_t n = send(host, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
         if (n <= 0) break;
         at += static_cast<std::size_t>(n);
-        peer.sent += n;
       }
     close(host);
   });
@@ -105,18 +95,18 @@ TEST_F(Hostile, HugeAcceptanceAndFloodOverUdp) {
       char buffer[65536];
       sockaddr_in host{};
       socklen_t length = sizeof host;
-      while (peer.Running()) {
-        if (recvfrom(peer.fd(), buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&host), &length) <= 0) continue;
+      while (peer.running) {
+        if (recvfrom(peer.fd, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&host), &length) <= 0) continue;
         static const std::string kJunk[] = {"Z", std::string(1, '\0'), "LN", "{", "\xff\xfe"};
         const auto start = Clock::now();
         // 100 datagrams every 10 ms, for 10 seconds.
-        for (int i = 0; flood && peer.Running() && Clock::now() - start < std::chrono::seconds(10); ++i, ++peer.sent) {
+        for (int i = 0; flood && peer.running && Clock::now() - start < std::chrono::seconds(10); ++i, ++peer.sent) {
           const std::string& junk = kJunk[i % std::size(kJunk)];
-          sendto(peer.fd(), junk.data(), junk.size(), 0, reinterpret_cast<sockaddr*>(&host), length);
+          sendto(peer.fd, junk.data(), junk.size(), 0, reinterpret_cast<sockaddr*>(&host), length);
           if (i % 100 == 99) std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         const std::string huge = "AA{}2147483648{}02";
-        if (!flood) sendto(peer.fd(), huge.data(), huge.size(), 0, reinterpret_cast<sockaddr*>(&host), length);
+        if (!flood) sendto(peer.fd, huge.data(), huge.size(), 0, reinterpret_cast<sockaddr*>(&host), length);
       }
     };
   };
@@ -126,7 +116,6 @@ TEST_F(Hostile, HugeAcceptanceAndFloodOverUdp) {
   }
   Peer peer(SOCK_DGRAM, answer(true));
   Expect("10 s of 10 000 datagrams/s", peer.port);
-  std::printf("%-34s %ld datagrams sent\n", "", peer.sent);
   EXPECT_GE(peer.sent, 50000) << "the flood fell short of its rate";
 }
 

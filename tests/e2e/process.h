@@ -1,6 +1,6 @@
 // A child process for the end-to-end tests: started with its own
 // environment, its standard output and error written to files, waited for
-// with a bound, and killed when the test lets go of it.
+// with a bound, and ended when the test lets go of it.
 #pragma once
 
 #include <sys/types.h>
@@ -28,15 +28,10 @@ class Process {
   // nullopt if it is still running (or was killed by a signal). `meanwhile`
   // is called every 10 ms while it runs.
   std::optional<int> Wait(std::chrono::milliseconds timeout, const std::function<void()>& meanwhile = {});
-  // The first line of standard output once it is complete, or "" when none
-  // came within the time given.
-  std::string WaitFirstLine(std::chrono::milliseconds timeout);
   // SIGTERM, then SIGKILL if it does not end within a second.
   void Stop();
-  // SIGKILL at once, as a crash or a power cut would end it.
-  void Kill();
-  // SIGINT, as Ctrl-C sends; SIGSTOP and SIGCONT, a machine that hangs
-  // for a while, then goes on.
+  // SIGKILL as a crash or a power cut, SIGINT as Ctrl-C, SIGSTOP and SIGCONT
+  // as a machine that hangs for a while and goes on.
   void Signal(int number);
 
   // The most memory it held at once, in KiB, as last seen while waiting for
@@ -47,8 +42,6 @@ class Process {
   std::string Stderr() const;
 
  private:
-  void SamplePeakRss();
-
   pid_t pid_ = -1;
   bool reaped_ = false;
   std::optional<int> status_;

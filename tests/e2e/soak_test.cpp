@@ -23,7 +23,7 @@ class LossySoak : public EndToEnd {
     // A first start gives the unit its content; its log is cut so that a run
     // takes seconds, not minutes, on a link this bad.
     StartUnit(Transport::Udp);
-    StopUnit();
+    unit().Stop();
     Execute(unitDb(), "DELETE FROM Registro_eventi WHERE rowid > 400");
   }
 

@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <functional>
 
+#include "store/commit_check.h"
 #include "store/download.h"
+#include "store/postgres_backend.h"
 #include "store_fixture.h"
 
 namespace camrelay::test {
@@ -151,6 +153,7 @@ ON_BOTH_ENGINES(DownloadTest);
 class ServerBatchTest : public StoreTest {
  protected:
   ServerBatchTest() : StoreTest(Engine::PostgreSQL) {}
+  void TearDown() override { store::LimitServerConnections(0); }
   long RoundTripsOf(const std::function<void()>& store) {
     const long before = db.Handle().RoundTrips();
     store();
@@ -179,6 +182,32 @@ TEST_F(ServerBatchTest, TransferTakesTheSameRoundTripsWhateverItsRecordsAndARefu
   EXPECT_THAT(form.lines,
               ElementsAre(AllOf(StartsWith("SaveVideoSentrovaDB on line 50: Ingressi: "), HasSubstr("NumeroIngresso")),
                           AllOf(StartsWith("SaveVideoSentrovaDB on line 60: Ingressi: "), HasSubstr("NumeroIngresso"))));
+}
+
+// The units of a fleet share a few server connections. One the server
+// loses (a restart, a network cut) inside a store fails that store whole
+// and reported, and is replaced for the next store. The limit itself, and
+// a server restarted under a running fleet, are the fleet's end-to-end tests.
+TEST_F(ServerBatchTest, AStoreCutShortByALostConnectionIsReportedAndTheNextStoresIt) {
+  store::LimitServerConnections(2);
+  const std::string tag = schemas.Schema("pool");
+  db.Close();
+  db.SetConnectionString(schemas.Uri("lost") + "&application_name=" + tag);
+  db.Open();
+  const std::string schema = std::get<store::ServerDatabase>(store::ParseConnection(db.ConnectionString())).schema;
+  store::SetCommitCheck(schema, [&](store::Backend&) {
+    auto watcher = store::ConnectPostgres(std::get<store::ServerDatabase>(store::ParseConnection(Connection("w"))));
+    watcher->Exec("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE application_name = " +
+                  watcher->Literal(tag));
+  });
+  EXPECT_EQ(store::AddNewRecords(LogTransfer(0, 12), db, "Registro_eventi", &form), 0);
+  store::ClearCommitCheck(schema);
+  ASSERT_FALSE(form.lines.empty());
+  EXPECT_THAT(form.lines.back(), AllOf(StartsWith("AddNewRecords on line"), HasSubstr("nothing of this download")));
+  EXPECT_EQ(Rows("Registro_eventi").size(), 0u);
+  form.lines.clear();
+  EXPECT_EQ(store::AddNewRecords(LogTransfer(0, 12), db, "Registro_eventi", &form), 12);
+  EXPECT_THAT(form.lines, ElementsAre());
 }
 
 }  // namespace

