@@ -19,9 +19,9 @@ stub() {  # NAME BODY
   chmod +x "$work/bin/$1"
 }
 
-# Sets up a machine: UID, packages missing, whether npm and the browser
-# tests' modules are there, and the sources (a function writing them).
-machine() {  # UID MISSING NPM(yes|no) MODULES(yes|no) SUDO(yes|no)
+# Sets up a machine: UID, packages missing, whether npm, the browser tests'
+# modules and sudo are there, and where its sources name a deb-src entry.
+machine() {  # UID MISSING NPM(yes|no) MODULES(yes|no) SUDO(yes|no) DEB-SRC(deb822|one-line|none)
   rm -rf "$work/bin" "$work/etc" "$work/clone" "$work/calls"
   mkdir -p "$work/bin" "$work/etc/apt.conf.d" "$work/etc/sources.list.d" "$work/clone/scripts" \
     "$work/clone/tests/browser"
@@ -36,8 +36,10 @@ machine() {  # UID MISSING NPM(yes|no) MODULES(yes|no) SUDO(yes|no)
   [ "$5" = no ] || stub sudo "echo \"sudo \$*\" >>'$work/calls'; exec \"\$@\""
   printf 'Dir::Etc "%s/etc/";\n' "$work" >"$work/apt.conf"
   # A mirror of this machine's, in the deb822 form Debian writes.
-  printf 'Types: deb\nURIs: http://mirror.invalid/debian\nSuites: bookworm\nComponents: main\n' \
-    >"$work/etc/sources.list.d/debian.sources"
+  printf 'Types: deb%s\nURIs: http://mirror.invalid/debian\nSuites: bookworm\nComponents: main\n' \
+    "$([ "$6" != deb822 ] || echo ' deb-src')" >"$work/etc/sources.list.d/debian.sources"
+  [ "$6" != one-line ] || echo 'deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg]' \
+    'http://mirror.invalid/debian bookworm main' >"$work/etc/sources.list"
 }
 
 run() {  # NAME EXPECTED-STATUS EXPECTED-CALLS
@@ -50,44 +52,27 @@ and not
 $3"
 }
 
-deb_src_line='Types: deb deb-src'
-with_deb_src() { sed -i "s/^Types: deb\$/$deb_src_line/" "$work/etc/sources.list.d/debian.sources"; }
+machine 1000 "" yes yes yes deb822
+run "a user, everything there" 0 ""
 
-machine 1000 "" yes yes yes
-with_deb_src
-run "a user, everything there (deb822 deb-src)" 0 ""
-
-machine 1000 "" yes yes yes
-echo 'deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] http://mirror.invalid/debian bookworm main' \
-  >"$work/etc/sources.list"
-run "a user, everything there (one-line deb-src)" 0 ""
-
-machine 1000 "" yes no no
-with_deb_src
+machine 1000 "" yes no no one-line
 run "a user without sudo, the browser tests' modules still to fetch" 0 "npm ci --no-audit --no-fund --loglevel=error"
 
-machine 1000 "" no yes yes
-with_deb_src
-run "a user, npm missing" 0 "sudo apt-get update -qq
+machine 1000 "" no yes yes none
+run "a user, npm and the deb-src entry missing" 0 "sudo tee $work/etc/sources.list.d/camrelay-deb-src.sources
+sudo apt-get update -qq
 apt-get update -qq
 sudo apt-get install -y -qq --no-install-recommends npm
 apt-get install -y -qq --no-install-recommends npm"
-
-machine 1000 "" yes yes yes
-run "a user, no deb-src entry" 0 "sudo tee $work/etc/sources.list.d/camrelay-deb-src.sources
-sudo apt-get update -qq
-apt-get update -qq"
 entry=$work/etc/sources.list.d/camrelay-deb-src.sources
 grep -qx 'Types: deb-src' "$entry" && grep -qx 'URIs: http://mirror.invalid/debian' "$entry" ||
   fail "the deb-src entry is not for the mirror in use: $(cat "$entry" 2>&1)"
 
-machine 0 "lintian postgresql" yes yes no
-with_deb_src
+machine 0 "lintian postgresql" yes yes no deb822
 run "root, two packages missing" 0 "apt-get update -qq
 apt-get install -y -qq --no-install-recommends postgresql lintian"
 
-machine 1000 "lintian" yes yes no
-with_deb_src
+machine 1000 "lintian" yes yes no deb822
 run "a user without sudo, a package missing" 1 ""
 grep -q "run as root or install sudo: missing lintian" "$work/out" || fail "no clear error without sudo: $(cat "$work/out")"
 

@@ -1,6 +1,6 @@
 // The Windows test host: drives camrelay.dll the way desktop programs do,
-// registered with regsvr32, created by ProgID, called by name and heard
-// through its connection point, against a simulated unit on loopback.
+// registered, created by ProgID, called by name and heard through its
+// connection point, against a simulated unit on loopback.
 // com_host GROUP runs one group of cases and fails when any check failed.
 #include <winsock2.h>
 #include <windows.h>
@@ -10,7 +10,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <string>
 
@@ -29,6 +28,14 @@ using camrelay::platform::windows::FromWide;
 
 namespace {
 
+const std::wstring kSettings = L"Software\\VB and VBA Program Settings\\CamRelay\\AppSetting";
+
+std::wstring GuidText(REFGUID guid) {
+  wchar_t text[40];
+  StringFromGUID2(guid, text, 40);
+  return text;
+}
+
 camrelay::store::TableDump Table(const fs::path& database, const char* table) {
   camrelay::store::DataVideo db;
   db.SetConnectionString(database.string());
@@ -36,44 +43,41 @@ camrelay::store::TableDump Table(const fs::path& database, const char* table) {
   return camrelay::store::DumpTable(db, table);
 }
 
-// ---- registration: the keys regsvr32 writes and removes. ---------------------
+std::string NameOf(ITypeInfo* info, MEMBERID id = MEMBERID_NIL) {
+  BSTR name = nullptr;
+  info->GetDocumentation(id, &name, nullptr, nullptr, nullptr);
+  const std::string text = name ? FromWide(name) : "";
+  SysFreeString(name);
+  return text;
+}
+
+// ---- registration: the keys the DLL writes and removes, and DllCanUnloadNow
+// counting the objects alive. ----------------------------------------------------
 
 void Registration() {
-  const std::wstring clsid = GuidText(CLSID_clsClient), classKey = L"CLSID\\" + clsid;
-  CHECK(RegistryText(HKEY_CLASSES_ROOT, L"CamRelay.clsClient\\CLSID", nullptr) == clsid, "the ProgID's CLSID");
-  CHECK(RegistryText(HKEY_CLASSES_ROOT, classKey + L"\\ProgID", nullptr) == L"CamRelay.clsClient", "the ProgID");
-  CHECK(lstrcmpiW(RegistryText(HKEY_CLASSES_ROOT, classKey + L"\\InprocServer32", nullptr).c_str(),
-                  ServerDll().wstring().c_str()) == 0,
-        "InprocServer32 names the DLL");
+  const std::wstring classKey = L"CLSID\\" + GuidText(CLSID_clsClient);
   CHECK(RegistryText(HKEY_CLASSES_ROOT, classKey + L"\\InprocServer32", L"ThreadingModel") == L"Apartment",
         "the class lives in the host's apartment");
-  const std::wstring libraryKey = L"TypeLib\\" + GuidText(LIBID_CamRelay);
-  CHECK(RegistryKeyExists(HKEY_CLASSES_ROOT, libraryKey + L"\\1.0"), "the type library is registered");
-  CHECK(RegistryKeyExists(HKEY_CLASSES_ROOT, L"Interface\\" + GuidText(DIID___clsClient)),
-        "the event interface is registered for marshalling");
-
-  RegisterServer(true);
-  for (const std::wstring& key : {classKey, std::wstring(L"CamRelay.clsClient"), libraryKey,
-                                  L"Interface\\" + GuidText(IID__clsClient),
-                                  L"Interface\\" + GuidText(DIID___clsClient)})
-    CHECK(!RegistryKeyExists(HKEY_CLASSES_ROOT, key), "unregistering removes " + FromWide(key));
+  // Every key the DLL writes, and none left after unregistering.
+  const std::wstring keys[] = {classKey, L"CamRelay.clsClient", L"TypeLib\\" + GuidText(LIBID_CamRelay),
+                               L"Interface\\" + GuidText(IID__clsClient), L"Interface\\" + GuidText(DIID___clsClient)};
+  for (const bool registered : {true, false}) {
+    for (const std::wstring& key : keys) {
+      HKEY handle = nullptr;
+      const bool exists = RegOpenKeyExW(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_READ, &handle) == ERROR_SUCCESS;
+      if (exists) RegCloseKey(handle);
+      CHECK(exists == registered, FromWide(key) + (registered ? " is registered" : " is left after unregistering"));
+    }
+    if (registered) RegisterServer(true);
+  }
   // Unregistering twice is no failure, and registering again restores all.
   RegisterServer(true);
   RegisterServer();
-  CHECK(RegistryKeyExists(HKEY_CLASSES_ROOT, classKey), "registering again restores the class");
-}
 
-// ---- unload: DllCanUnloadNow counts objects and locks. -----------------------
-
-void Unload() {
-  const HMODULE dll = LoadLibraryW(ServerDll().wstring().c_str());
-  if (!CHECK(dll != nullptr, "the DLL loads")) return;
-  using CanUnload = HRESULT(WINAPI*)();
   using GetClassObject = HRESULT(WINAPI*)(REFCLSID, REFIID, void**);
-  auto canUnload = reinterpret_cast<CanUnload>(reinterpret_cast<void*>(GetProcAddress(dll, "DllCanUnloadNow")));
-  auto getClass = reinterpret_cast<GetClassObject>(reinterpret_cast<void*>(GetProcAddress(dll, "DllGetClassObject")));
+  auto canUnload = reinterpret_cast<HRESULT(WINAPI*)()>(reinterpret_cast<void*>(Export("DllCanUnloadNow")));
+  auto getClass = reinterpret_cast<GetClassObject>(reinterpret_cast<void*>(Export("DllGetClassObject")));
   if (!CHECK(canUnload && getClass, "the DLL exports its entry points")) return;
-
   CHECK(canUnload() == S_OK, "nothing alive: the DLL may go");
   IClassFactory* factory = nullptr;
   CHECK(getClass(IID_IUnknown, IID_IClassFactory, reinterpret_cast<void**>(&factory)) == CLASS_E_CLASSNOTAVAILABLE,
@@ -81,46 +85,99 @@ void Unload() {
   if (!CHECK(SUCCEEDED(getClass(CLSID_clsClient, IID_IClassFactory, reinterpret_cast<void**>(&factory))),
              "the class factory"))
     return;
-  CHECK(canUnload() == S_FALSE, "a factory alive keeps the DLL");
   IDispatch* object = nullptr;
   CHECK(SUCCEEDED(factory->CreateInstance(nullptr, IID_IDispatch, reinterpret_cast<void**>(&object))),
         "the factory creates the object");
-  CHECK(factory->LockServer(TRUE) == S_OK, "LockServer");
   factory->Release();
-  CHECK(canUnload() == S_FALSE, "an object and a lock alive keep the DLL");
+  CHECK(canUnload() == S_FALSE, "an object alive keeps the DLL");
   object->Release();
-  CHECK(canUnload() == S_FALSE, "a lock alone keeps the DLL");
-  CHECK(SUCCEEDED(getClass(CLSID_clsClient, IID_IClassFactory, reinterpret_cast<void**>(&factory))), "factory");
-  factory->LockServer(FALSE);
-  factory->Release();
   CHECK(canUnload() == S_OK, "nothing alive again: the DLL may go");
-  FreeLibrary(dll);
+}
+
+// ---- discovery: what a host learns of the class before it calls it, from the
+// registered type library and from the object itself. -----------------------
+
+void Discovery() {
+  ITypeLib* library = nullptr;
+  if (!CHECK(SUCCEEDED(LoadRegTypeLib(LIBID_CamRelay, 1, 0, 0, &library)), "the registered type library loads"))
+    return;
+  // Compiled hosts call through the vtable and script hosts by name: the
+  // interface must offer both.
+  ITypeInfo* info = nullptr;
+  TYPEATTR* attributes = nullptr;
+  if (CHECK(SUCCEEDED(library->GetTypeInfoOfGuid(IID__clsClient, &info)), "the library holds _clsClient")) {
+    info->GetTypeAttr(&attributes);
+    CHECK(attributes->wTypeFlags & TYPEFLAG_FDUAL, "_clsClient is dual");
+    info->ReleaseTypeAttr(attributes);
+    info->Release();
+  }
+  // The console names the states as the library does: a host reading the
+  // type library must see the same names for the same values.
+  std::wstring search = L"StatoConnessioneEnum";
+  MEMBERID id = 0;
+  USHORT found = 1;
+  if (CHECK(SUCCEEDED(library->FindName(search.data(), 0, &info, &id, &found)) && found, "StatoConnessioneEnum")) {
+    info->GetTypeAttr(&attributes);
+    CHECK(attributes->cVars == 58, "StatoConnessioneEnum has the states 0..57");
+    for (WORD i = 0; i < attributes->cVars; ++i) {
+      VARDESC* v = nullptr;
+      info->GetVarDesc(i, &v);
+      CHECK(V_I4(v->lpvarValue) == i && NameOf(info, v->memid) == camrelay::StatoConnessioneName(i),
+            "state " + std::to_string(i) + " is called " + NameOf(info, v->memid));
+      info->ReleaseVarDesc(v);
+    }
+    info->ReleaseTypeAttr(attributes);
+    info->Release();
+  }
+  library->Release();
+
+  // Hosts that ask the class for its default source get the sink's.
+  Created server;
+  IProvideClassInfo2* provider = nullptr;
+  server.object->QueryInterface(IID_IProvideClassInfo2, reinterpret_cast<void**>(&provider));
+  if (!CHECK(provider != nullptr, "the object provides IProvideClassInfo2")) return;
+  GUID source{};
+  CHECK(provider->GetGUID(GUIDKIND_DEFAULT_SOURCE_DISP_IID, &source) == S_OK && IsEqualIID(source, DIID___clsClient),
+        "the default source is __clsClient");
+  CHECK(provider->GetGUID(GUIDKIND_DEFAULT_SOURCE_DISP_IID + 1, &source) == E_INVALIDARG, "another kind is refused");
+  ITypeInfo* coclass = nullptr;
+  CHECK(provider->GetClassInfo(&coclass) == S_OK && coclass && NameOf(coclass) == "clsClient",
+        "the class information is clsClient's");
+  if (coclass) coclass->Release();
+  provider->Release();
 }
 
 // ---- session: a login, a programming download and a firmware upload,
-// through late-bound calls, with the events in order. -----------------------
+// through late-bound calls, with the events in order; then what is refused. -
 
 void Session() {
+  // The unit's Windows-1252 text and the database's UTF-8 go through Windows'
+  // code pages, and socket errors keep the numbers Windows gives them, which
+  // are the ones hosts know, whether or not the link has a name for them.
+  std::string every;
+  for (int byte = 1; byte < 256; ++byte) every += static_cast<char>(byte);
+  CHECK(camrelay::store::Utf8ToCp1252(camrelay::store::Cp1252ToUtf8(every)) == every, "every byte survives");
+  CHECK(camrelay::store::Cp1252ToUtf8("Citt\xe0 \x80") == "Citt\xc3\xa0 \xe2\x82\xac", "accents and the euro");
+  CHECK(camrelay::store::Utf8ToCp1252("\xe4\xb8\xad") == "?", "a character Windows-1252 lacks becomes ?");
+  for (int number : {WSAEACCES, WSAEADDRNOTAVAIL, WSAENOBUFS, WSAECONNRESET, WSAECONNREFUSED}) {
+    const auto error = camrelay::link::Translate(boost::system::error_code(number, boost::system::system_category()));
+    CHECK(error.number() == number && *error.what() != '\0',
+          "socket error " + std::to_string(number) + " is reported as " + std::to_string(error.number()) + ", " +
+              error.what());
+  }
+
   Created server;
   LateBound client = server.Client();
   const DWORD thread = GetCurrentThreadId();
-
-  // Before Connetti: getters give zero; the preview accessors alone raise
-  // cNoOperation.
-  CHECK(client.GetLong(L"RemotePort") == 0 && server.sink.events.empty(), "RemotePort before Connetti is 0, quietly");
-  CHECK(client.GetLong(L"CameraPreview") == 0 && server.sink.States() == std::vector<long>{0},
-        "CameraPreview before Connetti is 0 and raises cNoOperation");
-
   // A first run: no settings yet, so the local port comes from the defaults.
   RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\VB and VBA Program Settings\\CamRelay");
   const fs::path folder = WorkDir() / "host";
   Connect(client, camrelay::sckTCPProtocol, 0, folder);
   // Connetti wrote the values it used where desktop programs keep settings.
-  const std::wstring settings = L"Software\\VB and VBA Program Settings\\CamRelay\\AppSetting";
-  CHECK(RegistryText(HKEY_CURRENT_USER, settings, L"RemoteHost") == L"127.0.0.1" &&
-            RegistryText(HKEY_CURRENT_USER, settings, L"RemotePort") == std::to_wstring(UnitPort()) &&
-            RegistryText(HKEY_CURRENT_USER, settings, L"LocalPort") == L"14400" &&
-            RegistryText(HKEY_CURRENT_USER, settings, L"DelayLoadDataFromDB") == L"50",
+  CHECK(RegistryText(HKEY_CURRENT_USER, kSettings, L"RemoteHost") == L"127.0.0.1" &&
+            RegistryText(HKEY_CURRENT_USER, kSettings, L"RemotePort") == std::to_wstring(UnitPort()) &&
+            RegistryText(HKEY_CURRENT_USER, kSettings, L"LocalPort") == L"14400" &&
+            RegistryText(HKEY_CURRENT_USER, kSettings, L"DelayLoadDataFromDB") == L"50",
         "the settings are in the registry");
   client.Put(L"StringaConnDB", Text((folder / "VideoSentrova.db").wstring()));
   client.Call(L"ApriDB");
@@ -149,8 +206,7 @@ void Session() {
   // Every state in the order the host saw it: each request logs in on its
   // own connection, then runs its exchange to its final state.
   namespace c = camrelay;
-  const std::vector<long> expected{c::cNoOperation,  // CameraPreview before Connetti
-                                   c::cConnessioneOK,
+  const std::vector<long> expected{c::cConnessioneOK,
                                    c::cRichiestaProg, c::cConnessioneOK, c::cRicezioneProgOK,
                                    c::cTrasmettiAggiornamento, c::cConnessioneOK, c::cTrasmissioneOK};
   std::string seen;
@@ -163,45 +219,37 @@ void Session() {
   }
   CHECK(databaseOpened, "CambioStatoDB tells the database is open");
 
-  // Failures reach the host as OnDebug lines, never as failed calls.
-  client.Call(L"UpLoadAggiornamento", {Text((WorkDir() / "missing.bin").wstring())});
-  PumpUntil([&] { return !server.sink.DebugLines().empty(); }, 5000);
-  CHECK(!server.sink.DebugLines().empty(), "a missing firmware file is told through OnDebug");
-}
-
-// The unit's Windows-1252 text and the database's UTF-8 go through Windows'
-// code pages, and socket errors keep the numbers Windows gives them, which are
-// the ones hosts know, whether or not the link has a name of its own for them.
-void PlatformConversions() {
-  std::string every;
-  for (int byte = 1; byte < 256; ++byte) every += static_cast<char>(byte);
-  CHECK(camrelay::store::Utf8ToCp1252(camrelay::store::Cp1252ToUtf8(every)) == every, "every byte survives");
-  CHECK(camrelay::store::Cp1252ToUtf8("Citt\xe0 \x80") == "Citt\xc3\xa0 \xe2\x82\xac", "accents and the euro");
-  CHECK(camrelay::store::Utf8ToCp1252("\xe4\xb8\xad") == "?", "a character Windows-1252 lacks becomes ?");
-  for (int number : {WSAEACCES, WSAEADDRNOTAVAIL, WSAENOBUFS, WSAECONNRESET, WSAECONNREFUSED}) {
-    const auto error = camrelay::link::Translate(boost::system::error_code(number, boost::system::system_category()));
-    CHECK(error.number() == number, "socket error " + std::to_string(number) + " is reported as " +
-                                        std::to_string(error.number()));
-    CHECK(*error.what() != '\0', "socket error " + std::to_string(number) + " comes with its text");
-  }
+  // Failures reach the host as OnDebug lines, never as failed calls: here a
+  // port no socket can take, the remote one from the settings, which leaves
+  // the link and the settings as they were.
+  HKEY key = nullptr;
+  RegCreateKeyExW(HKEY_CURRENT_USER, kSettings.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr);
+  const wchar_t stored[] = L"70002";
+  RegSetValueExW(key, L"RemotePort", 0, REG_SZ, reinterpret_cast<const BYTE*>(stored), sizeof stored);
+  RegCloseKey(key);
+  const std::size_t before = server.sink.events.size();
+  client.Call(L"Connetti", {Text(L"127.0.0.1"), Long(0), Long(70000), Bool(false), Long(camrelay::sckUDPProtocol)});
+  PumpFor(100);
+  const std::wstring lines = server.sink.DebugLines(before);
+  CHECK(lines == L"Connetti: the remote port 70002 is outside 1 to 65535\n",
+        "the port is refused with one OnDebug line; it was: " + FromWide(lines));
+  CHECK(client.GetLong(L"Protocol") == camrelay::sckTCPProtocol && client.GetLong(L"RemotePort") == UnitPort() &&
+            RegistryText(HKEY_CURRENT_USER, kSettings, L"LocalPort") == L"14400",
+        "the link in place and the settings stay as they were");
+  client.Call(L"Disconnetti");
+  RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\VB and VBA Program Settings\\CamRelay");
 }
 
 }  // namespace
 
-void TypeLibrary();
 void Panel();
-void NamedArgumentCases();
-void RefusedCallCases();
-void BadPortCases();
-void Discovery();
+void Calls();
 
 int main(int argc, char** argv) {
   const std::string group = argc > 1 ? argv[1] : "";
-  const std::map<std::string, void (*)()> groups{
-      {"registration", Registration}, {"unload", Unload},          {"session", Session},
-      {"typelib", TypeLibrary},       {"discovery", Discovery},    {"panel", Panel},
-      {"named", NamedArgumentCases},  {"refused", RefusedCallCases}, {"ports", BadPortCases},
-      {"platform", PlatformConversions}};
+  const std::map<std::string, void (*)()> groups{{"registration", Registration}, {"discovery", Discovery},
+                                                 {"session", Session},           {"panel", Panel},
+                                                 {"calls", Calls}};
   const auto found = groups.find(group);
   if (found == groups.end()) {
     std::fprintf(stderr, "usage: com_host GROUP, where GROUP is one of:");

@@ -6,11 +6,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <utility>
 
 #include "camrelay.h"
 #include "platform/windows/codepage.h"
 
 namespace host {
+
+using camrelay::platform::windows::FromWide;
 
 namespace {
 int failures = 0;
@@ -26,13 +29,10 @@ bool Check(bool condition, const std::string& what, const char* file, int line) 
 
 int Failures() { return failures; }
 
+// Set by with-unit.sh and the test's environment.
 std::string Environment(const char* name) {
   const char* value = std::getenv(name);
-  if (!value || !*value) {
-    std::fprintf(stderr, "the environment variable %s is not set (run through with-unit.sh)\n", name);
-    std::exit(2);
-  }
-  return value;
+  return value ? value : "";
 }
 
 std::filesystem::path FromUnixPath(const std::string& path) {
@@ -46,31 +46,16 @@ std::filesystem::path ServerDll() { return FromUnixPath(Environment("CAMRELAY_DL
 std::filesystem::path WorkDir() { return FromUnixPath(Environment("CAMRELAY_WORK_DIR")); }
 int UnitPort() { return std::atoi(Environment("CAMRELAY_UNIT_PORT").c_str()); }
 
-int RunProgram(const std::wstring& commandLine, DWORD timeoutMs) {
-  STARTUPINFOW startup{};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION process{};
-  std::wstring line = commandLine;
-  if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process))
-    return -1;
-  DWORD code = static_cast<DWORD>(-1);
-  if (WaitForSingleObject(process.hProcess, timeoutMs) == WAIT_OBJECT_0) GetExitCodeProcess(process.hProcess, &code);
-  CloseHandle(process.hThread);
-  CloseHandle(process.hProcess);
-  return static_cast<int>(code);
+FARPROC Export(const char* name) {
+  static const HMODULE dll = LoadLibraryW(ServerDll().wstring().c_str());
+  return dll ? GetProcAddress(dll, name) : nullptr;
 }
 
 void RegisterServer(bool unregister) {
-  const int code = RunProgram(L"regsvr32.exe /s " + std::wstring(unregister ? L"/u \"" : L"\"") +
-                              ServerDll().wstring() + L"\"");
-  CHECK(code == 0, std::string(unregister ? "regsvr32 /u" : "regsvr32") + " ends with 0, not " + std::to_string(code));
-}
-
-bool RegistryKeyExists(HKEY root, const std::wstring& key) {
-  HKEY handle = nullptr;
-  if (RegOpenKeyExW(root, key.c_str(), 0, KEY_READ, &handle) != ERROR_SUCCESS) return false;
-  RegCloseKey(handle);
-  return true;
+  const auto entry = reinterpret_cast<HRESULT(WINAPI*)()>(
+      reinterpret_cast<void*>(Export(unregister ? "DllUnregisterServer" : "DllRegisterServer")));
+  const HRESULT hr = entry ? entry() : E_FAIL;
+  CHECK(hr == S_OK, std::string(unregister ? "DllUnregisterServer" : "DllRegisterServer") + " answers " + Hex(hr));
 }
 
 std::wstring RegistryText(HKEY root, const std::wstring& key, const wchar_t* name) {
@@ -78,12 +63,6 @@ std::wstring RegistryText(HKEY root, const std::wstring& key, const wchar_t* nam
   DWORD bytes = sizeof value;
   if (RegGetValueW(root, key.c_str(), name, RRF_RT_REG_SZ, nullptr, value, &bytes) != ERROR_SUCCESS) return {};
   return value;
-}
-
-std::wstring GuidText(REFGUID guid) {
-  wchar_t text[40];
-  StringFromGUID2(guid, text, 40);
-  return text;
 }
 
 bool PumpUntil(const std::function<bool()>& done, DWORD timeoutMs) {
@@ -104,35 +83,30 @@ void PumpFor(DWORD ms) {
   PumpUntil([] { return false; }, ms);
 }
 
-namespace {
-VARIANT Of(VARTYPE type) {
-  VARIANT v;
-  VariantInit(&v);
-  V_VT(&v) = type;
-  return v;
-}
-}  // namespace
-
 VARIANT Text(const std::wstring& value) {
-  VARIANT v = Of(VT_BSTR);
+  VARIANT v{};
+  V_VT(&v) = VT_BSTR;
   V_BSTR(&v) = SysAllocString(value.c_str());
   return v;
 }
 
 VARIANT Long(long value) {
-  VARIANT v = Of(VT_I4);
+  VARIANT v{};
+  V_VT(&v) = VT_I4;
   V_I4(&v) = value;
   return v;
 }
 
 VARIANT Bool(bool value) {
-  VARIANT v = Of(VT_BOOL);
+  VARIANT v{};
+  V_VT(&v) = VT_BOOL;
   V_BOOL(&v) = value ? VARIANT_TRUE : VARIANT_FALSE;
   return v;
 }
 
 VARIANT Reference(VARTYPE type, void* target) {
-  VARIANT v = Of(VT_BYREF | type);
+  VARIANT v{};
+  V_VT(&v) = VT_BYREF | type;
   V_BYREF(&v) = target;
   return v;
 }
@@ -143,47 +117,59 @@ std::string Hex(HRESULT hr) {
   return text;
 }
 
-HRESULT LateBound::Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT>& arguments, VARIANT* result) {
-  DISPID id = 0;
-  LPOLESTR names[] = {const_cast<LPOLESTR>(name)};
-  HRESULT hr = object_->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id);
-  if (SUCCEEDED(hr)) {
-    std::vector<VARIANT> reversed(arguments.rbegin(), arguments.rend());
-    DISPID put = DISPID_PROPERTYPUT;
-    DISPPARAMS params{reversed.data(), flags == DISPATCH_PROPERTYPUT ? &put : nullptr,
-                      static_cast<UINT>(reversed.size()), flags == DISPATCH_PROPERTYPUT ? 1u : 0u};
-    UINT argumentError = 0;
-    hr = object_->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &params, result, nullptr, &argumentError);
-  }
-  for (auto& argument : arguments) VariantClear(&argument);
-  CHECK(SUCCEEDED(hr), "calling " + camrelay::platform::windows::FromWide(name) + " answers S_OK");
+RawCall::RawCall(IDispatch* object, std::wstring member, std::vector<VARIANT> positional, WORD flags)
+    : object(object), member(std::move(member)), positional(std::move(positional)), flags(flags), result() {}
+
+RawCall::~RawCall() {
+  for (auto& value : positional) VariantClear(&value);
+  for (auto& [name, value] : named) VariantClear(&value);
+  VariantClear(&result);
+}
+
+HRESULT RawCall::Run() {
+  std::vector<std::wstring> names{member};
+  if (namedIds.empty())
+    for (const auto& [name, value] : named) names.push_back(name);
+  std::vector<LPOLESTR> pointers;
+  for (auto& name : names) pointers.push_back(name.data());
+  std::vector<DISPID> ids(names.size());
+  const HRESULT hr = object->GetIDsOfNames(IID_NULL, pointers.data(), static_cast<UINT>(pointers.size()),
+                                           LOCALE_USER_DEFAULT, ids.data());
+  if (FAILED(hr)) return hr;
+  if (namedIds.empty()) namedIds.assign(ids.begin() + 1, ids.end());
+  if (flags == DISPATCH_PROPERTYPUT) namedIds.push_back(DISPID_PROPERTYPUT);
+  // Named arguments come first in rgvarg, then the positional ones last first.
+  std::vector<VARIANT> arguments;
+  for (auto& [name, value] : named) arguments.push_back(value);
+  arguments.insert(arguments.end(), positional.rbegin(), positional.rend());
+  DISPPARAMS params{arguments.data(), namedIds.data(), static_cast<UINT>(arguments.size()),
+                    static_cast<UINT>(namedIds.size())};
+  return object->Invoke(ids[0], IID_NULL, LOCALE_USER_DEFAULT, flags, &params, &result, nullptr, &argumentError);
+}
+
+namespace {
+HRESULT Succeeds(RawCall& call) {
+  const HRESULT hr = call.Run();
+  CHECK(SUCCEEDED(hr), "calling " + FromWide(call.member) + " answers " + Hex(hr));
   return hr;
 }
+}  // namespace
 
-HRESULT LateBound::Call(const wchar_t* name, std::vector<VARIANT> arguments) {
-  return Invoke(name, DISPATCH_METHOD, arguments, nullptr);
-}
-
-VARIANT LateBound::Get(const wchar_t* name) {
-  VARIANT result;
-  VariantInit(&result);
-  std::vector<VARIANT> none;
-  Invoke(name, DISPATCH_PROPERTYGET | DISPATCH_METHOD, none, &result);
-  return result;
+void LateBound::Call(const wchar_t* name, std::vector<VARIANT> arguments) {
+  RawCall call(object_, name, std::move(arguments));
+  Succeeds(call);
 }
 
 long LateBound::GetLong(const wchar_t* name) {
-  VARIANT value = Get(name);
-  VARIANT number;
-  VariantInit(&number);
-  const bool ok = SUCCEEDED(VariantChangeType(&number, &value, 0, VT_I4));
-  VariantClear(&value);
+  RawCall call(object_, name, {}, DISPATCH_PROPERTYGET | DISPATCH_METHOD);
+  VARIANT number{};
+  const bool ok = SUCCEEDED(Succeeds(call)) && SUCCEEDED(VariantChangeType(&number, &call.result, 0, VT_I4));
   return ok ? V_I4(&number) : -12345;
 }
 
-HRESULT LateBound::Put(const wchar_t* name, VARIANT value) {
-  std::vector<VARIANT> arguments{value};
-  return Invoke(name, DISPATCH_PROPERTYPUT, arguments, nullptr);
+void LateBound::Put(const wchar_t* name, VARIANT value) {
+  RawCall call(object_, name, {value}, DISPATCH_PROPERTYPUT);
+  Succeeds(call);
 }
 
 HRESULT STDMETHODCALLTYPE EventSink::QueryInterface(REFIID iid, void** object) {
@@ -196,40 +182,16 @@ HRESULT STDMETHODCALLTYPE EventSink::QueryInterface(REFIID iid, void** object) {
   return E_NOINTERFACE;
 }
 
-HRESULT STDMETHODCALLTYPE EventSink::GetTypeInfoCount(UINT* count) {
-  *count = 0;
-  return S_OK;
-}
-
 HRESULT STDMETHODCALLTYPE EventSink::Invoke(DISPID member, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT*,
                                             EXCEPINFO*, UINT*) {
   Event event{member, 0, {}, GetCurrentThreadId()};
-  if (params && params->cArgs == 1) {
-    const VARIANT& argument = params->rgvarg[0];
-    if (V_VT(&argument) == (VT_BYREF | VT_I4)) event.number = *V_I4REF(&argument);
-    if (V_VT(&argument) == (VT_BYREF | VT_BSTR) && *V_BSTRREF(&argument)) event.text = *V_BSTRREF(&argument);
-    CHECK(V_VT(&argument) & VT_BYREF, "event " + std::to_string(member) + " passes its argument by reference");
-  } else {
-    CHECK(false, "event " + std::to_string(member) + " comes with one argument");
-  }
+  const VARIANT* argument = params && params->cArgs == 1 ? &params->rgvarg[0] : nullptr;
+  CHECK(argument && (V_VT(argument) & VT_BYREF),
+        "event " + std::to_string(member) + " passes one argument by reference");
+  if (argument && V_VT(argument) == (VT_BYREF | VT_I4)) event.number = *V_I4REF(argument);
+  if (argument && V_VT(argument) == (VT_BYREF | VT_BSTR) && *V_BSTRREF(argument)) event.text = *V_BSTRREF(argument);
   events.push_back(event);
   return S_OK;
-}
-
-bool EventSink::Connect(IUnknown* object) {
-  IConnectionPointContainer* container = nullptr;
-  if (FAILED(object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container))))
-    return false;
-  const HRESULT found = container->FindConnectionPoint(DIID___clsClient, &point_);
-  container->Release();
-  return SUCCEEDED(found) && SUCCEEDED(point_->Advise(static_cast<IDispatch*>(this), &cookie_));
-}
-
-void EventSink::Disconnect() {
-  if (!point_) return;
-  CHECK(SUCCEEDED(point_->Unadvise(cookie_)), "Unadvise drops the sink");
-  point_->Release();
-  point_ = nullptr;
 }
 
 std::vector<long> EventSink::States() const {
@@ -260,11 +222,17 @@ Created::Created() {
   const HRESULT hr =
       CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, reinterpret_cast<void**>(&object));
   if (!CHECK(SUCCEEDED(hr) && object, "CoCreateInstance creates the object")) std::exit(Failures());
-  CHECK(sink.Connect(object), "a sink connects to __clsClient");
+  IConnectionPointContainer* container = nullptr;
+  object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container));
+  CHECK(container && SUCCEEDED(container->FindConnectionPoint(DIID___clsClient, &point)) &&
+            SUCCEEDED(point->Advise(&sink, &cookie)),
+        "a sink connects to __clsClient");
+  if (container) container->Release();
 }
 
 Created::~Created() {
-  sink.Disconnect();
+  if (point) CHECK(SUCCEEDED(point->Unadvise(cookie)), "Unadvise drops the sink");
+  if (point) point->Release();
   object->Release();
 }
 

@@ -1,6 +1,6 @@
 // What the Windows test host needs around the server: checks that count
 // failures, the unit's whereabouts, a message pump, late-bound calls as
-// script hosts make them, and an event sink that records what it is sent.
+// hosts make them, and the server created with a sink that records its events.
 #pragma once
 
 #include <windows.h>
@@ -11,6 +11,7 @@
 #include <functional>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace host {
@@ -28,13 +29,11 @@ std::filesystem::path ServerDll();
 std::filesystem::path WorkDir();
 int UnitPort();
 
-// Runs a program and returns its exit code (-1 when it cannot start or
-// overruns its time).
-int RunProgram(const std::wstring& commandLine, DWORD timeoutMs = 60000);
+// An entry point of the server DLL, which stays loaded in this process.
+FARPROC Export(const char* name);
+// What regsvr32 (/u) does: the DLL's own registration, which must succeed.
 void RegisterServer(bool unregister = false);
-bool RegistryKeyExists(HKEY root, const std::wstring& key);
 std::wstring RegistryText(HKEY root, const std::wstring& key, const wchar_t* name);
-std::wstring GuidText(REFGUID guid);
 
 // Dispatches the thread's messages until done() holds or the time is up.
 bool PumpUntil(const std::function<bool()>& done, DWORD timeoutMs);
@@ -47,18 +46,38 @@ VARIANT Bool(bool value);
 VARIANT Reference(VARTYPE type, void* target);
 std::string Hex(HRESULT hr);
 
-// An automation object reached the way script hosts reach it: by name.
+// A call as a host builds it: the member and its parameters by name, the
+// positional arguments in written order, then the named ones. A property
+// let names its value DISPID_PROPERTYPUT. The arguments are cleared at the end.
+struct RawCall {
+  RawCall(IDispatch* object, std::wstring member, std::vector<VARIANT> positional = {},
+          WORD flags = DISPATCH_METHOD);
+  RawCall(const RawCall&) = delete;
+  RawCall& operator=(const RawCall&) = delete;
+  ~RawCall();
+  // Runs the call once.
+  HRESULT Run();
+
+  IDispatch* object;
+  std::wstring member;
+  std::vector<VARIANT> positional;
+  std::vector<std::pair<std::wstring, VARIANT>> named;
+  std::vector<DISPID> namedIds;  // the named parameters' DISPIDs, when given rather than looked up
+  WORD flags;
+  VARIANT result;
+  UINT argumentError = 12345;
+};
+
+// An automation object reached the way script hosts reach it: by name. A
+// call that fails is a failed check.
 class LateBound {
  public:
   explicit LateBound(IDispatch* object) : object_(object) {}
-  // Calls a method; arguments in their written order, cleared afterwards.
-  HRESULT Call(const wchar_t* name, std::vector<VARIANT> arguments = {});
-  VARIANT Get(const wchar_t* name);
+  void Call(const wchar_t* name, std::vector<VARIANT> arguments = {});
   long GetLong(const wchar_t* name);
-  HRESULT Put(const wchar_t* name, VARIANT value);
+  void Put(const wchar_t* name, VARIANT value);
 
  private:
-  HRESULT Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT>& arguments, VARIANT* result);
   IDispatch* object_;
 };
 
@@ -72,7 +91,7 @@ std::string FileBytes(const std::filesystem::path& file);
 
 struct Event {
   DISPID id;
-  long number;       // CambioStatoConnessione, CambioStatoDB
+  long number;        // CambioStatoConnessione, CambioStatoDB
   std::wstring text;  // OnDebug
   DWORD thread;
 };
@@ -81,32 +100,24 @@ struct Event {
 class EventSink final : public IDispatch {
  public:
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
-  ULONG STDMETHODCALLTYPE Release() override { return --references_; }  // lives on the test's stack
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override;
+  ULONG STDMETHODCALLTYPE AddRef() override { return 2; }  // lives as long as the test's server
+  ULONG STDMETHODCALLTYPE Release() override { return 1; }
+  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE Invoke(DISPID member, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT*, EXCEPINFO*,
                                    UINT*) override;
-
-  // Connects to the object's connection point; false when it cannot.
-  bool Connect(IUnknown* object);
-  void Disconnect();
 
   std::vector<Event> events;
   // The states of CambioStatoConnessione in arrival order.
   std::vector<long> States() const;
   // The OnDebug lines from the event at from on, each ending in a newline.
   std::wstring DebugLines(std::size_t from = 0) const;
-
- private:
-  ULONG references_ = 1;
-  IConnectionPoint* point_ = nullptr;
-  DWORD cookie_ = 0;
 };
 
-// The server, created by its ProgID as CreateObject does, with a sink on its
-// events. A group cannot go on without it: it exits when creation fails.
+// The server, created by its ProgID as CreateObject does, with a sink on the
+// connection point of its events. A group cannot go on without it: it exits
+// when creation fails.
 struct Created {
   Created();
   ~Created();
@@ -118,6 +129,8 @@ struct Created {
   bool AwaitState(std::initializer_list<long> states, DWORD limit = 30000);
 
   IDispatch* object = nullptr;
+  IConnectionPoint* point = nullptr;
+  DWORD cookie = 0;
   EventSink sink;
 };
 
