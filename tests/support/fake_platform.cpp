@@ -31,10 +31,6 @@ void FakeSocket::fail(int number, const std::string& description) {
   if (onError) onError(number, description);
 }
 
-void FakeSocket::connectionRequest() {
-  if (onConnectionRequest) onConnectionRequest();
-}
-
 void FakeSocket::setProtocol(int protocol) {
   close();
   protocol_ = protocol;

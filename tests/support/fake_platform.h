@@ -30,7 +30,6 @@ class FakeSocket : public link::Socket {
   void acceptConnect();                                    // state 7, onConnect
   void peerClose();                                        // state 8, onClose
   void fail(int number, const std::string& description);   // state 9, onError
-  void connectionRequest();                                // onConnectionRequest
 
   // ---- link::Socket ----
   void setProtocol(int protocol) override;
