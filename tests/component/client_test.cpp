@@ -87,22 +87,18 @@ TEST_F(ClientFixture, UdpBindToAPortInUseReportsAnErrorAndNoProtocol) {
 }
 
 // A port a socket cannot take is refused rather than cut to 16 bits, which
-// would bind or send somewhere else than the settings then say.
-TEST_F(ClientFixture, APortASocketCannotTakeIsRefusedAndNothingIsSetUp) {
+// would bind or send somewhere else than the settings then say; a protocol
+// that is none is refused too. Each leaves no link and only reports.
+TEST_F(ClientFixture, APortASocketCannotTakeOrNoProtocolIsRefusedAndNothingIsSetUp) {
+  client.Connetti("h", 1, 1, false, sckProtocolError);
   client.Connetti("127.0.0.1", 65536, 14400);
   client.Connetti("127.0.0.1", 19201, 65536);
-  EXPECT_EQ(debug, (std::vector<std::string>{"Connetti: the remote port 65536 is outside 1 to 65535",
-                                             "Connetti: the local port 65536 is outside 0 to 65535"}));
-  EXPECT_EQ(client.Form(), nullptr);
-  EXPECT_TRUE(states.empty());
-}
-
-TEST_F(ClientFixture, ConnettiWithNoProtocolLeavesNoLinkAndOnlyReports) {
-  client.Connetti("h", 1, 1, false, sckProtocolError);
-  EXPECT_EQ(client.Form(), nullptr);
-  EXPECT_TRUE(states.empty());
-  ASSERT_EQ(debug.size(), 1u);
+  ASSERT_EQ(debug.size(), 3u);
   EXPECT_EQ(debug[0].rfind("Connetti: ", 0), 0u);
+  EXPECT_EQ(debug[1], "Connetti: the remote port 65536 is outside 1 to 65535");
+  EXPECT_EQ(debug[2], "Connetti: the local port 65536 is outside 0 to 65535");
+  EXPECT_EQ(client.Form(), nullptr);
+  EXPECT_TRUE(states.empty());
 }
 
 TEST_F(ClientFixture, WithoutALinkGettersAreEmptyAndOnlyThePreviewOnesAndMethodsRaise) {

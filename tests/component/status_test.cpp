@@ -77,6 +77,7 @@ TEST_F(StatusFixture, ADownloadShowsItsProgressQueueAndReplyAwaitedThenHowItEnde
   EXPECT_EQ(status.retryLimit, 3);
   EXPECT_FALSE(status.awaitingReply);
   EXPECT_EQ(status.packetsDone + status.packetsExpected, 0);
+  EXPECT_EQ(client.UboundStringaPar(), 0);
 
   client.ScaricaLog();
   client.DownloadMultimediaFile("a.jpg");
@@ -220,9 +221,10 @@ TEST_F(StatusFixture, ARepeatedLogDownloadAddsOnlyTheNewEvents) {
   EXPECT_EQ(DownloadLog({b}), 1);
   EXPECT_EQ(Column("Registro_eventi", "IdRegistro"), "1,2,3,4,5,6,7,");
   EXPECT_EQ(recordsNewAtCompletion, (std::vector<int>{3, 0, 2, 1, 1})) << "known when the completion is raised";
-  // The packets stay with the link as well.
+  // The packets stay with the link as well; reading past either end gives nothing.
   EXPECT_EQ(client.UboundStringaPar(), 1);
   EXPECT_EQ(client.GetStringaPar(1), b);
+  EXPECT_EQ(client.GetStringaPar(2) + client.GetStringaPar(-1), "");
 }
 
 TEST_F(StatusFixture, CameraEventsAreStoredByTheLibraryOnlyNewOnes) {

@@ -40,18 +40,6 @@ TEST(Join, UdpNeedsTheHeaderCountToMatchAndSkipsTheClosingElement) {
   }
 }
 
-TEST(Packets, ReadingOutsideTheArrayGivesEmptyWithoutAnEvent) {
-  LinkFixture f(1);
-  EXPECT_EQ(f.form().UboundStringaPar(), 0);
-  EXPECT_EQ(f.form().GetStringaPar(0), "");
-  f.form().StringaPar = {"a", "b"};
-  EXPECT_EQ(f.form().UboundStringaPar(), 1);
-  EXPECT_EQ(f.form().GetStringaPar(1), "b");
-  EXPECT_EQ(f.form().GetStringaPar(-1), "");
-  EXPECT_EQ(f.form().GetStringaPar(2), "");
-  EXPECT_TRUE(f.debug.empty());
-}
-
 // Counts and lengths are read as the digits at the start of a field, after
 // blanks and a sign; anything else reads as 0.
 TEST(Numbers, ALeadingNumberTakesBlanksAndASignBeforeItsDigits) {
