@@ -104,27 +104,6 @@ TEST(Reception, LinkWaitsForAStoreRunElsewhere) {
   EXPECT_FALSE(f.form().StoreInFlight);
 }
 
-// On TCP a "12" ends only the transfer in progress: a late one for a
-// transfer already ended must not end the next request.
-TEST(Reception, ALateEndOfTransferIsIgnored) {
-  LinkFixture f(0);
-  f.form().AddRichiesta("04", "04");
-  f.form().AddRichiesta("53", "");
-  f.connect();
-  f.unitSends("AA{}1{}04");
-  f.unitSends(Packet(1, LogLine("prima")));
-  f.unitSends("12{}04");
-  f.unitSends("AA{}1{}53");
-  f.unitSends("12{}04");  // repeated
-  EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
-  EXPECT_EQ(f.form().Richieste.size(), 2u) << "the camera events are still in flight";
-  EXPECT_EQ(f.form().Stato, cRichiestaCamEvents);
-  EXPECT_TRUE(f.debugContains("Winsock_ResendAll: end of a transfer 04 that is not in progress ignored"));
-  f.unitSends(Packet(1, "{}CamEvents{}0{}1{}3\r\n"));
-  f.unitSends("12{}53");
-  EXPECT_EQ(f.raised(cRicezioneCamEventsOK), 1);
-}
-
 // A unit may accept voice messages as it accepts every other download, with
 // "AA{}N{}06" alone: that acceptance is then the opening element. One that
 // announces no count writes nothing, and says so.
@@ -142,10 +121,12 @@ TEST(Reception, VoiceMessagesAcceptedPlainlyAreWritten) {
   }
 }
 
-TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
+// On TCP the unit's "12" completes a download: nothing is stored or written
+// before it. A late one, for a transfer already ended, must not end the next.
+TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEndWhileInProgressOnly) {
   LinkFixture f(0);
   f.form().OpenDB();
-  f.form().AddRichiesta("02", "");
+  for (const char* tipo : {"02", "53", "06"}) f.form().AddRichiesta(tipo, "");
   f.connect();
   f.unitSends("AA{}2{}02");
   for (int i = 1; i <= 2; ++i)
@@ -156,9 +137,16 @@ TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
   EXPECT_EQ(f.raised(cRicezioneProgOK), 1);
   EXPECT_EQ(Column(f, "NumTel", 1), "Nome1,Nome2,");
 
-  // Voice messages, written only once the unit ends the transfer.
-  f.form().AddRichiesta("06", "");
-  f.connect();
+  f.unitSends("AA{}1{}53");
+  f.unitSends("12{}02");  // repeated
+  EXPECT_EQ(f.raised(cRicezioneProgOK), 1);
+  EXPECT_EQ(f.form().QueueLength(), 2) << "the camera events are still in flight";
+  EXPECT_EQ(f.form().Stato, cRichiestaCamEvents);
+  EXPECT_TRUE(f.debugContains("Winsock_ResendAll: end of a transfer 02 that is not in progress ignored"));
+  f.unitSends(Packet(1, "{}CamEvents{}0{}1{}3\r\n"));
+  f.unitSends("12{}53");
+  EXPECT_EQ(f.raised(cRicezioneCamEventsOK), 1);
+
   f.unitSends("AA{}3{}06{}AA{}3{}06{}");
   for (const std::string& element : Texts{"{}1{}1{}porta.wav\r\n", "{}1{}1{}256{}" + AllBytes(), "{}"})
     f.unitSends(element);
