@@ -85,16 +85,6 @@ struct Opening {
   int stato, interval, busyRaised, busyWait, firings;
 };
 
-void Prepare(link::frmClient& f, const std::string& tipo) {
-  f.OpenDB();
-  f.NewStringaPassWord = "654321";
-  if (tipo == "10") WriteFileBytes(std::filesystem::path(f.CurrDir()) / "update.bin", std::string(3073, 'Z'));
-}
-
-std::string Argument(link::frmClient& f, const Opening& row) {
-  return std::string(row.tipo) == "10" ? (std::filesystem::path(f.CurrDir()) / "update.bin").string() : row.parametro;
-}
-
 TEST(Opening, EachTypeOpensInItsStateMeetsBusyAndGivesUpAtItsLimit) {
   constexpr int kNone = -1;
   const Opening rows[] = {
@@ -121,8 +111,13 @@ TEST(Opening, EachTypeOpensInItsStateMeetsBusyAndGivesUpAtItsLimit) {
   for (const auto& row : rows) {
     const std::string tipo = row.tipo;
     SCOPED_TRACE(tipo + " " + row.parametro);
-    const Script opening = {Host([&](link::frmClient& f) { Prepare(f, tipo); }),
-                            Host([&](link::frmClient& f) { f.AddRichiesta(tipo, Argument(f, row)); }),
+    const Script opening = {Host([&](link::frmClient& f) {
+                              f.OpenDB();
+                              f.NewStringaPassWord = "654321";
+                              const auto update = std::filesystem::path(f.CurrDir()) / "update.bin";
+                              WriteFileBytes(update, std::string(3073, 'Z'));
+                              f.AddRichiesta(tipo, tipo == "10" ? update.string() : row.parametro);
+                            }),
                             Sends(row.opening)};
     LinkFixture t(sckUDPProtocol);
     Play(t, opening);
