@@ -57,10 +57,10 @@ struct RealLink {
 
 }  // namespace
 
-// Each message is one bare datagram, every byte value intact both ways.
 // Another socket on the same machine is not the unit: its datagram is told
-// apart by its port, before and after the unit's own.
-TEST(Loopback, UdpSendsBareDatagramsAndTellsTheUnitsFromAnyoneElses) {
+// apart by its port, before and after the unit's own, which arrives with
+// every byte value intact.
+TEST(Loopback, UdpTellsTheUnitsDatagramsFromAnyoneElses) {
   asio::io_context serverIo;
   udp::socket unit(serverIo, {kLoopback, 0});
   udp::socket stranger(serverIo, {kLoopback, 0});
@@ -68,14 +68,12 @@ TEST(Loopback, UdpSendsBareDatagramsAndTellsTheUnitsFromAnyoneElses) {
   ASSERT_EQ(client.form->Winsock1->state(), link::sckOpen);
   EXPECT_EQ(client.form->Panel.lblLocalIp, "Indirizzo IP locale: 127.0.0.1");  // the route to the unit
 
-  const std::string bytes = AllByteValues();
-  std::array<char, 2048> buffer{};
+  // The link speaks first, as it does to a unit; the unit answers where it came from.
+  std::array<char, 64> buffer{};
   udp::endpoint link;
-  for (const std::string& message : {std::string("OK{}02"), bytes}) {
-    client.form->TrasmettiStringa(message);
-    const auto n = unit.receive_from(asio::buffer(buffer), link);
-    EXPECT_EQ(std::string(buffer.data(), n), message);
-  }
+  client.form->TrasmettiStringa("OK{}02");
+  EXPECT_EQ(std::string(buffer.data(), unit.receive_from(asio::buffer(buffer), link)), "OK{}02");
+  const std::string bytes = AllByteValues();
 
   using Arrivals = std::vector<std::pair<std::string, bool>>;  // each datagram, and whether it is the unit's
   Arrivals got;
