@@ -157,7 +157,11 @@ TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEndWhileInProgressOnly) {
   EXPECT_EQ(ReadFileBytes(f.dir() / "Audio" / "porta.wav"), AllBytes() + '\0');
 }
 
-TEST(Reception, MediaFilesHoldAllButTheClosingPacketBelowTheirFolder) {
+// A media file holds all but the closing packet, below its folder. The file
+// asked for only ever holds a complete run: a run started again (after a
+// reset, or at the unit's request) starts from an empty file, and a run given
+// up leaves nothing behind.
+TEST(Reception, AMediaFileHoldsOnlyACompleteRunBelowItsFolder) {
   LinkFixture f(1);
   const std::string data = AllBytes() + "{}" + AllBytes() + std::string(5, '\0');
   EXPECT_EQ(DownloadMedia(f, "X.JPG", {AllBytes(), "{}" + AllBytes(), std::string(5, '\0')}),
@@ -168,13 +172,7 @@ TEST(Reception, MediaFilesHoldAllButTheClosingPacketBelowTheirFolder) {
   DownloadMedia(f, "still.jpg", {"jpg"});
   EXPECT_EQ(ReadFileBytes(f.dir() / "VideoAvi" / "X.JPG"), data);
   EXPECT_EQ(ReadFileBytes(f.dir() / "Snapshot" / "still.jpg"), "jpg");
-}
 
-// The file asked for only ever holds a complete run: a run started again
-// (after a reset, or at the unit's request) starts from an empty file, and a
-// run given up leaves nothing behind.
-TEST(Reception, AMediaRunStartedAgainStartsFromAnEmptyFile) {
-  LinkFixture f(1);
   const auto target = f.dir() / "VideoAvi" / "clip.avi";
   DownloadMedia(f, "clip.avi", {"old"});
   f.form().AddRichiesta("56", "clip.avi");
@@ -190,14 +188,14 @@ TEST(Reception, AMediaRunStartedAgainStartsFromAnEmptyFile) {
   for (int fired = 0; fired < 30 && f.form().QueueLength() > 0; ++fired) f.timer().fire();
   EXPECT_EQ(f.form().QueueLength(), 0);
   EXPECT_EQ(ReadFileBytes(target), "onetwothree");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(f.dir() / "VideoAvi"), {}), 1);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(f.dir() / "VideoAvi"), {}), 2);
   // A link closed by its host in the middle of a run leaves nothing behind.
   f.form().AddRichiesta("56", "clip.avi");
   f.unitSends("AA{}3{}56");
   f.unitSends("{}cut short");
   f.form().Form_Unload();
   EXPECT_EQ(ReadFileBytes(target), "onetwothree");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(f.dir() / "VideoAvi"), {}), 1);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(f.dir() / "VideoAvi"), {}), 2);
 }
 
 TEST(Reception, AMediaNameThatLeavesItsFolderWritesNothing) {
