@@ -76,16 +76,6 @@ TEST_F(ClientFixture, DelayLoadDataFromDBOutsideItsBoundsBecomesFifty) {
   }
 }
 
-TEST_F(ClientFixture, UdpBindToAPortInUseReportsAnErrorAndNoProtocol) {
-  platform->failBinds = true;
-  client.Connetti("127.0.0.1", 19201, 14400);
-  EXPECT_EQ(client.Protocol(), sckProtocolError);
-  EXPECT_EQ(states, std::vector<int>{cErroreConnessione});
-  ASSERT_FALSE(debug.empty());
-  EXPECT_EQ(debug.front(), "WskProtocol: Address in use");
-  EXPECT_FALSE(client.Connesso());
-}
-
 // A port a socket cannot take is refused rather than cut to 16 bits, which
 // would bind or send somewhere else than the settings then say; a protocol
 // that is none is refused too. Each leaves no link and only reports.

@@ -38,10 +38,6 @@ void FakeSocket::setProtocol(int protocol) {
 
 void FakeSocket::bind(int localPort) {
   ++binds;
-  if (failBind) {
-    localPort_ = 0;
-    throw link::SocketError(link::sckAddressInUse, "Address in use");
-  }
   localPort_ = localPort > 0 ? localPort : 50000;
   state_ = link::sckOpen;
 }
@@ -82,7 +78,6 @@ bool ManualTimer::fire() {
 
 std::unique_ptr<link::Socket> FakePlatform::makeSocket() {
   auto made = std::make_unique<FakeSocket>();
-  made->failBind = failBinds;
   socket = made.get();
   return made;
 }
