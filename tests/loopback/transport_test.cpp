@@ -73,6 +73,7 @@ TEST(Loopback, UdpTellsTheUnitsDatagramsFromAnyoneElses) {
   udp::endpoint link;
   client.form->TrasmettiStringa("OK{}02");
   EXPECT_EQ(std::string(buffer.data(), unit.receive_from(asio::buffer(buffer), link)), "OK{}02");
+  EXPECT_TRUE(RunUntil(client.io, [&] { return !client.form->TrasmissioneInCorso; })) << "the send completes";
   const std::string bytes = AllByteValues();
 
   using Arrivals = std::vector<std::pair<std::string, bool>>;  // each datagram, and whether it is the unit's
