@@ -75,17 +75,6 @@ TEST(TcpFrames, BadLengthsAreSkippedAndNothingPastTheLimitIsHeld) {
   EXPECT_EQ(t.messages(), Strings{"BS{}00"});
 }
 
-TEST(TcpFrames, AFrameCutShortByTheUnitClosingIsForgottenOnReconnect) {
-  LinkFixture t(sckTCPProtocol);
-  Serve(t, {"AA"});
-  t.socket().deliver(Frame("AA{}0{}00{}1").substr(0, 9));
-  t.socket().peerClose();
-  Serve(t, {"AA"});  // the closing emptied the queue
-  t.unitSends("AA{}0{}00{}2");
-  EXPECT_EQ(t.form().RemotePasswordType, 2);
-  EXPECT_EQ(t.form().QueueLength(), 0);
-}
-
 // Every type the host can ask for, served on an idle UDP link (access code
 // "123456"): its opening, the state raised, the reply interval; then what a
 // "BS" from the unit does (the state raised, the wait: 0 for none); then the
@@ -95,16 +84,6 @@ struct Opening {
   const char *tipo, *parametro, *opening;
   int stato, interval, busyRaised, busyWait, firings;
 };
-
-void Prepare(link::frmClient& f, const std::string& tipo) {
-  f.OpenDB();
-  f.NewStringaPassWord = "654321";
-  if (tipo == "10") WriteFileBytes(std::filesystem::path(f.CurrDir()) / "update.bin", std::string(3073, 'Z'));
-}
-
-std::string Argument(link::frmClient& f, const Opening& row) {
-  return std::string(row.tipo) == "10" ? (std::filesystem::path(f.CurrDir()) / "update.bin").string() : row.parametro;
-}
 
 TEST(Opening, EachTypeOpensInItsStateMeetsBusyAndGivesUpAtItsLimit) {
   constexpr int kNone = -1;
@@ -132,8 +111,13 @@ TEST(Opening, EachTypeOpensInItsStateMeetsBusyAndGivesUpAtItsLimit) {
   for (const auto& row : rows) {
     const std::string tipo = row.tipo;
     SCOPED_TRACE(tipo + " " + row.parametro);
-    const Script opening = {Host([&](link::frmClient& f) { Prepare(f, tipo); }),
-                            Host([&](link::frmClient& f) { f.AddRichiesta(tipo, Argument(f, row)); }),
+    const Script opening = {Host([&](link::frmClient& f) {
+                              f.OpenDB();
+                              f.NewStringaPassWord = "654321";
+                              const auto update = std::filesystem::path(f.CurrDir()) / "update.bin";
+                              WriteFileBytes(update, std::string(3073, 'Z'));
+                              f.AddRichiesta(tipo, tipo == "10" ? update.string() : row.parametro);
+                            }),
                             Sends(row.opening)};
     LinkFixture t(sckUDPProtocol);
     Play(t, opening);
@@ -212,41 +196,35 @@ TEST(Acceptance, AnswersThatAreTheirOwnFirstPacketWaitBriefly) {
 
 // An answer of an unknown type answers the login too: the login leaves the
 // queue and the next request is served in its own state. Once a scrambled code
-// is accepted, a refusal is final.
-TEST(Login, TheAnswerEndsTheLoginAndARefusalAfterItIsFinal) {
+// is accepted, a refusal is final: the type is forgotten, and a host that looks
+// during the event sees the refusal as the state in force. A scrambled code
+// refused before that is sent once more as typed.
+TEST(Login, TheAnswerEndsTheLoginAndOnlyAScrambledCodeNeverAcceptedIsRetried) {
   LinkFixture t(sckUDPProtocol);
   t.form().PwdCrypted = true;
   Serve(t, {"AA", "02"});
-  t.unitSends("AA{}0{}99{}1");
+  t.unitSends("AA{}0{}99{}3");
+  EXPECT_EQ(t.form().RemotePasswordType, 3);
   EXPECT_EQ(t.lastMessage().substr(0, 11), "AA{}0{}02{}");
+  int stateInEvent = cNoOperation;
+  t.form().CambioStatoConnessione = [&](StatoConnessioneEnum s) {
+    t.states.push_back(s);
+    if (s == cConnessioneRifiutata) stateInEvent = t.form().Stato;
+  };
   t.unitSends("PW");
   EXPECT_TRUE(t.form().PwdCrypted);
   EXPECT_EQ(t.states, (Ints{cConnessioneOK, cRichiestaProg, cConnessioneRifiutata}));
+  EXPECT_EQ(stateInEvent, cConnessioneRifiutata);
   EXPECT_EQ(t.form().RemotePasswordType, 0);
   EXPECT_EQ(t.form().QueueLength(), 0);
-}
 
-TEST(Login, AScrambledCodeRefusedIsSentAsTypedAndASecondRefusalIsFinal) {
-  LinkFixture t(sckUDPProtocol);
-  t.form().PwdCrypted = true;
-  Serve(t, {"AA"});
-  Play(t, {Says("PW"), Sends("AA{}0{}00{}123456"), Says("PW")});
-  EXPECT_EQ(t.states, Ints{cConnessioneRifiutata});
-  EXPECT_EQ(t.form().StringaErroreConnessione, "Password di accesso errata!");
-  EXPECT_EQ(t.form().QueueLength(), 0);
-  LinkFixture answered(sckUDPProtocol);
-  Play(answered, {Asks("AA"), Sends("AA{}0{}00{}123456"), Says("AA{}0{}00{}3")});
-  EXPECT_EQ(answered.form().RemotePasswordType, 3);
-  EXPECT_EQ(answered.states, Ints{cConnessioneOK});
-  // Refused: the type is forgotten, and a host that looks during the event
-  // sees the refusal as the state in force.
-  int stateInEvent = cNoOperation;
-  answered.form().CambioStatoConnessione = [&](StatoConnessioneEnum s) {
-    if (s == cConnessioneRifiutata) stateInEvent = answered.form().Stato;
-  };
-  Play(answered, {Asks("AA"), Sends("AA{}0{}00{}123456"), Says("PW")});
-  EXPECT_EQ(answered.form().RemotePasswordType, 0);
-  EXPECT_EQ(stateInEvent, cConnessioneRifiutata);
+  LinkFixture typed(sckUDPProtocol);
+  typed.form().PwdCrypted = true;
+  Serve(typed, {"AA"});
+  Play(typed, {Says("PW"), Sends("AA{}0{}00{}123456"), Says("PW")});
+  EXPECT_EQ(typed.states, Ints{cConnessioneRifiutata});
+  EXPECT_EQ(typed.form().StringaErroreConnessione, "Password di accesso errata!");
+  EXPECT_EQ(typed.form().QueueLength(), 0);
 }
 
 // A download of the programming, accepted, whose reply timer has fired: the

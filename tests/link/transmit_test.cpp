@@ -15,23 +15,6 @@ TEST(Transmit, AFailedSendIsReportedNotThrown) {
   EXPECT_FALSE(f.timer().enabled());
 }
 
-TEST(Transmit, ThePanelShowsWhatWasSentWhenVisible) {
-  LinkFixture f(1);
-  f.form().ShowCamRelay = true;
-  f.form().TentativiTimeOut = 3;
-  f.form().Stato = 5;
-  f.timer().setInterval(750);
-  f.socket().resolvedIP = "10.1.2.3";  // the unit given by name
-  f.form().TrasmettiStringa("OK{}04");
-  const auto& p = f.form().Panel;
-  EXPECT_NE(p.txtTxData.find(" - OK{}04"), std::string::npos);
-  EXPECT_EQ(p.lblRemoteIpOut, "Indirizzo IP remoto: 10.1.2.3");
-  EXPECT_EQ(p.lblRemotePortOut, "Porta di accesso remota: 19201");
-  EXPECT_EQ(p.LblTentativiRicezione, "Tentativi di trasmissione pacchetto: 3");
-  EXPECT_EQ(p.LblTimeOut, "Durata TimeOut: 750ms");
-  EXPECT_EQ(p.LblStato, "Stato corrente: 5");
-}
-
 TEST(Join, TcpTakesEachDataElementLessItsLastTwoCharacters) {
   std::vector<std::string> par = {"AA{}2{}51{}x", "{}AB", "{}ABCD", "no separator", "{}", "{}hello\r\n"};
   EXPECT_EQ(CreaStringaComando(par, 0), "ABhello");
@@ -55,18 +38,6 @@ TEST(Join, UdpNeedsTheHeaderCountToMatchAndSkipsTheClosingElement) {
     SCOPED_TRACE(par.empty() ? "no elements" : par[0]);
     EXPECT_EQ(CreaStringaComando(par, 1), expected);
   }
-}
-
-TEST(Packets, ReadingOutsideTheArrayGivesEmptyWithoutAnEvent) {
-  LinkFixture f(1);
-  EXPECT_EQ(f.form().UboundStringaPar(), 0);
-  EXPECT_EQ(f.form().GetStringaPar(0), "");
-  f.form().StringaPar = {"a", "b"};
-  EXPECT_EQ(f.form().UboundStringaPar(), 1);
-  EXPECT_EQ(f.form().GetStringaPar(1), "b");
-  EXPECT_EQ(f.form().GetStringaPar(-1), "");
-  EXPECT_EQ(f.form().GetStringaPar(2), "");
-  EXPECT_TRUE(f.debug.empty());
 }
 
 // Counts and lengths are read as the digits at the start of a field, after

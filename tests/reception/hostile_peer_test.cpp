@@ -42,20 +42,6 @@ TEST(HostilePeer, ADownloadIsEndedWhenItWouldHoldMoreThanItsBound) {
   EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
 }
 
-// A data packet with no transfer to go into, or an acknowledgement of no
-// upload, on a link that never started one, is dropped.
-TEST(HostilePeer, ADataPacketOrAnAcknowledgementOnAnIdleLinkIsDropped) {
-  LinkFixture f(sckUDPProtocol);
-  f.unitSends(Packet(0, "x"));
-  EXPECT_EQ(f.debugLines("index 0 outside"), 1);
-  EXPECT_TRUE(f.form().StringaPar.empty());
-  f.clearRecords();
-  f.unitSends("OK");
-  EXPECT_TRUE(f.states.empty());
-  EXPECT_EQ(f.form().RequestsEnded, 0);
-  EXPECT_TRUE(f.socket().sent.empty());
-}
-
 // A datagram from another port, even on the unit's own machine, is neither
 // acknowledged nor stored; the drops are counted and reported now and then,
 // and the unit's own packets still complete the transfer.
@@ -78,11 +64,21 @@ TEST(HostilePeer, UdpTakesDatagramsFromTheUnitsAddressAndPortOnly) {
   EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
 }
 
-// An acceptance announcing more packets than a download may hold is ignored
-// whole, whatever type it names: the link stays in the state of the request
-// it sent, raises nothing, and the unit's next answer is taken as usual.
-TEST(HostilePeer, AnAcceptanceRefusedForItsCountLeavesTheStateAsItWas) {
+// A data packet with no transfer to go into, or an acknowledgement of no
+// upload, on a link that never started one, is dropped. An acceptance
+// announcing more packets than a download may hold is ignored whole, whatever
+// type it names: the link stays in the state of the request it sent, raises
+// nothing, and the unit's next answer is taken as usual.
+TEST(HostilePeer, WhatAnswersNothingAskedOrAnnouncesTooMuchLeavesTheStateAsItWas) {
   LinkFixture f(sckUDPProtocol);
+  f.unitSends(Packet(0, "x"));
+  EXPECT_EQ(f.debugLines("index 0 outside"), 1);
+  EXPECT_TRUE(f.form().StringaPar.empty());
+  f.clearRecords();
+  f.unitSends("OK");
+  EXPECT_TRUE(f.states.empty());
+  EXPECT_EQ(f.form().RequestsEnded, 0);
+  EXPECT_TRUE(f.socket().sent.empty());
   f.form().AddRichiesta("04", "04");
   ASSERT_EQ(f.form().Stato, cRichiestaLog);
   const std::string arrival = f.form().sTipoArrivo;

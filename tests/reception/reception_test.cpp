@@ -104,27 +104,6 @@ TEST(Reception, LinkWaitsForAStoreRunElsewhere) {
   EXPECT_FALSE(f.form().StoreInFlight);
 }
 
-// On TCP a "12" ends only the transfer in progress: a late one for a
-// transfer already ended must not end the next request.
-TEST(Reception, ALateEndOfTransferIsIgnored) {
-  LinkFixture f(0);
-  f.form().AddRichiesta("04", "04");
-  f.form().AddRichiesta("53", "");
-  f.connect();
-  f.unitSends("AA{}1{}04");
-  f.unitSends(Packet(1, LogLine("prima")));
-  f.unitSends("12{}04");
-  f.unitSends("AA{}1{}53");
-  f.unitSends("12{}04");  // repeated
-  EXPECT_EQ(f.raised(cRicezioneLogOK), 1);
-  EXPECT_EQ(f.form().Richieste.size(), 2u) << "the camera events are still in flight";
-  EXPECT_EQ(f.form().Stato, cRichiestaCamEvents);
-  EXPECT_TRUE(f.debugContains("Winsock_ResendAll: end of a transfer 04 that is not in progress ignored"));
-  f.unitSends(Packet(1, "{}CamEvents{}0{}1{}3\r\n"));
-  f.unitSends("12{}53");
-  EXPECT_EQ(f.raised(cRicezioneCamEventsOK), 1);
-}
-
 // A unit may accept voice messages as it accepts every other download, with
 // "AA{}N{}06" alone: that acceptance is then the opening element. One that
 // announces no count writes nothing, and says so.
@@ -142,21 +121,12 @@ TEST(Reception, VoiceMessagesAcceptedPlainlyAreWritten) {
   }
 }
 
-TEST(Reception, UdpCommandStringIsJoinedWhenItsCountIsReached) {
-  LinkFixture f(1);
-  f.form().AddRichiesta("52", "STATO");
-  f.unitSends("AA{}3{}51");
-  for (const std::string packet : {"{}STATO:\r\n", "{}ARMATO\r\n"}) f.unitSends(packet);
-  EXPECT_EQ(f.raised(cRicezioneStringaOK), 0) << "the closing element is still to come";
-  for (const std::string packet : {"{}", "{}late: no slot is left for it\r\n"}) f.unitSends(packet);
-  EXPECT_EQ(f.form().StringaRicevuta, "STATO:ARMATO");
-  EXPECT_EQ(f.raised(cRicezioneStringaOK), 1);
-}
-
-TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
+// On TCP the unit's "12" completes a download: nothing is stored or written
+// before it. A late one, for a transfer already ended, must not end the next.
+TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEndWhileInProgressOnly) {
   LinkFixture f(0);
   f.form().OpenDB();
-  f.form().AddRichiesta("02", "");
+  for (const char* tipo : {"02", "53", "06"}) f.form().AddRichiesta(tipo, "");
   f.connect();
   f.unitSends("AA{}2{}02");
   for (int i = 1; i <= 2; ++i)
@@ -167,25 +137,31 @@ TEST(Reception, TcpDownloadsAreCompletedByTheUnitsEnd) {
   EXPECT_EQ(f.raised(cRicezioneProgOK), 1);
   EXPECT_EQ(Column(f, "NumTel", 1), "Nome1,Nome2,");
 
-  // Voice messages, each named and then sent in pieces.
-  f.form().AddRichiesta("06", "");
-  f.connect();
-  std::string first;
-  while (first.size() < 3072 + 100) first += AllBytes();
-  f.unitSends("AA{}6{}06{}AA{}6{}06{}");
-  for (const std::string& element : Texts{"{}1{}2{}allarme.wav\r\n", "{}1{}1{}3072{}" + first.substr(0, 3072),
-                                          "{}1{}2{}" + std::to_string(first.size() - 3072) + "{}" + first.substr(3072),
-                                          "{}2{}1{}porta.wav\r\n", "{}2{}1{}256{}" + AllBytes(), "{}"})
+  f.unitSends("AA{}1{}53");
+  f.unitSends("12{}02");  // repeated
+  EXPECT_EQ(f.raised(cRicezioneProgOK), 1);
+  EXPECT_EQ(f.form().QueueLength(), 2) << "the camera events are still in flight";
+  EXPECT_EQ(f.form().Stato, cRichiestaCamEvents);
+  EXPECT_TRUE(f.debugContains("Winsock_ResendAll: end of a transfer 02 that is not in progress ignored"));
+  f.unitSends(Packet(1, "{}CamEvents{}0{}1{}3\r\n"));
+  f.unitSends("12{}53");
+  EXPECT_EQ(f.raised(cRicezioneCamEventsOK), 1);
+
+  f.unitSends("AA{}3{}06{}AA{}3{}06{}");
+  for (const std::string& element : Texts{"{}1{}1{}porta.wav\r\n", "{}1{}1{}256{}" + AllBytes(), "{}"})
     f.unitSends(element);
-  EXPECT_FALSE(std::filesystem::exists(f.dir() / "Audio" / "allarme.wav"));
+  EXPECT_FALSE(std::filesystem::exists(f.dir() / "Audio" / "porta.wav"));
   f.unitSends("12{}06");
   EXPECT_EQ(f.raised(cRicezioneWaveOK), 1);
   // The voice store writes one zero byte after what it received.
-  EXPECT_EQ(ReadFileBytes(f.dir() / "Audio" / "allarme.wav"), first + '\0');
   EXPECT_EQ(ReadFileBytes(f.dir() / "Audio" / "porta.wav"), AllBytes() + '\0');
 }
 
-TEST(Reception, MediaFilesHoldAllButTheClosingPacketBelowTheirFolder) {
+// A media file holds all but the closing packet, below its folder. The file
+// asked for only ever holds a complete run: a run started again (after a
+// reset, or at the unit's request) starts from an empty file, and a run given
+// up leaves nothing behind.
+TEST(Reception, AMediaFileHoldsOnlyACompleteRunBelowItsFolder) {
   LinkFixture f(1);
   const std::string data = AllBytes() + "{}" + AllBytes() + std::string(5, '\0');
   EXPECT_EQ(DownloadMedia(f, "X.JPG", {AllBytes(), "{}" + AllBytes(), std::string(5, '\0')}),
@@ -196,13 +172,7 @@ TEST(Reception, MediaFilesHoldAllButTheClosingPacketBelowTheirFolder) {
   DownloadMedia(f, "still.jpg", {"jpg"});
   EXPECT_EQ(ReadFileBytes(f.dir() / "VideoAvi" / "X.JPG"), data);
   EXPECT_EQ(ReadFileBytes(f.dir() / "Snapshot" / "still.jpg"), "jpg");
-}
 
-// The file asked for only ever holds a complete run: a run started again
-// (after a reset, or at the unit's request) starts from an empty file, and a
-// run given up leaves nothing behind.
-TEST(Reception, AMediaRunStartedAgainStartsFromAnEmptyFile) {
-  LinkFixture f(1);
   const auto target = f.dir() / "VideoAvi" / "clip.avi";
   DownloadMedia(f, "clip.avi", {"old"});
   f.form().AddRichiesta("56", "clip.avi");
@@ -218,14 +188,14 @@ TEST(Reception, AMediaRunStartedAgainStartsFromAnEmptyFile) {
   for (int fired = 0; fired < 30 && f.form().QueueLength() > 0; ++fired) f.timer().fire();
   EXPECT_EQ(f.form().QueueLength(), 0);
   EXPECT_EQ(ReadFileBytes(target), "onetwothree");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(f.dir() / "VideoAvi"), {}), 1);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(f.dir() / "VideoAvi"), {}), 2);
   // A link closed by its host in the middle of a run leaves nothing behind.
   f.form().AddRichiesta("56", "clip.avi");
   f.unitSends("AA{}3{}56");
   f.unitSends("{}cut short");
   f.form().Form_Unload();
   EXPECT_EQ(ReadFileBytes(target), "onetwothree");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(f.dir() / "VideoAvi"), {}), 1);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(f.dir() / "VideoAvi"), {}), 2);
 }
 
 TEST(Reception, AMediaNameThatLeavesItsFolderWritesNothing) {

@@ -31,10 +31,6 @@ void FakeSocket::fail(int number, const std::string& description) {
   if (onError) onError(number, description);
 }
 
-void FakeSocket::connectionRequest() {
-  if (onConnectionRequest) onConnectionRequest();
-}
-
 void FakeSocket::setProtocol(int protocol) {
   close();
   protocol_ = protocol;
@@ -42,10 +38,6 @@ void FakeSocket::setProtocol(int protocol) {
 
 void FakeSocket::bind(int localPort) {
   ++binds;
-  if (failBind) {
-    localPort_ = 0;
-    throw link::SocketError(link::sckAddressInUse, "Address in use");
-  }
   localPort_ = localPort > 0 ? localPort : 50000;
   state_ = link::sckOpen;
 }
@@ -86,7 +78,6 @@ bool ManualTimer::fire() {
 
 std::unique_ptr<link::Socket> FakePlatform::makeSocket() {
   auto made = std::make_unique<FakeSocket>();
-  made->failBind = failBinds;
   socket = made.get();
   return made;
 }

@@ -18,8 +18,6 @@ class FakeSocket : public link::Socket {
   // ---- What the link did. ----
   std::vector<std::string> sent;  // every sendData payload, in order
   int binds = 0, connects = 0, closes = 0;
-  // Refuse the next bind as a port already in use.
-  bool failBind = false;
 
   // ---- Playing the unit. ----
   // TCP: the bytes join the receive stream; UDP: they are one datagram.
@@ -30,7 +28,6 @@ class FakeSocket : public link::Socket {
   void acceptConnect();                                    // state 7, onConnect
   void peerClose();                                        // state 8, onClose
   void fail(int number, const std::string& description);   // state 9, onError
-  void connectionRequest();                                // onConnectionRequest
 
   // ---- link::Socket ----
   void setProtocol(int protocol) override;
@@ -94,8 +91,6 @@ class FakePlatform : public link::Platform {
   FakeSocket* socket = nullptr;
   ManualTimer* timer = nullptr;
   std::deque<std::function<void()>> posted;
-  // Applied to every new socket (e.g. refuse the bind).
-  bool failBinds = false;
 };
 
 }  // namespace camrelay::test
