@@ -2,8 +2,8 @@
 // the links: with a distant server each store waits for the network, and on
 // the loop every link would wait for every other unit's rows. Each thread
 // uses one server connection at a time, so a pool of as many connections
-// never makes a store wait for another. A fleet sharing its units through a
-// server also runs its claims on one such thread, in the order they are made.
+// never makes a store wait for another. One thread runs its jobs in the
+// order they were given.
 #pragma once
 
 #include <boost/asio/io_context.hpp>

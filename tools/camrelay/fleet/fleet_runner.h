@@ -37,9 +37,9 @@ class FleetRunner {
   // Stops every unit in flight (each fails as interrupted) and starts no more.
   void Interrupt();
   std::size_t running() const { return slots_.size(); }
-  // Runs `call`, a call of the source that answers nothing, where the
-  // source's calls run and after those made before it; its failure is
-  // reported as the work list's before `then` runs on the loop.
+  // Makes `call`, a call of the source that answers nothing, after the
+  // calls made before it; a failure of it is reported as the work list's,
+  // then `then` runs on the loop.
   void TellSource(std::function<void()> call, std::function<void()> then = nullptr);
 
  private:
@@ -47,7 +47,8 @@ class FleetRunner {
   struct SourceAnswer;
   using Clock = std::chrono::steady_clock;
 
-  // Runs `work`, a call of the source, then `then` on the loop.
+  // Runs `work`, a call of the source, where the source's calls run (the
+  // source runner or the loop), then `then` on the loop.
   void AskSource(std::function<void()> work, std::function<void()> then);
   // Asks the source for the next unit while a link is free.
   void Fill();
