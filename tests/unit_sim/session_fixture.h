@@ -21,12 +21,8 @@ class FakeContent : public Content {
  public:
   std::vector<std::string> log{"AA{}0{}04{}"};
   std::map<std::string, std::string> media;
-  std::map<int, std::string> previews;
-  std::string lastCommand;
-  int erasures = 0;
   std::vector<std::vector<std::string>> storedProgrammazione;
   std::vector<std::vector<std::string>> storedProgCamEvents;
-  std::map<std::string, std::string> voiceFiles;
 
   std::vector<std::string> Programmazione() override { return {"AA{}0{}01{}"}; }
   std::vector<std::string> Log() override { return log; }
@@ -36,23 +32,15 @@ class FakeContent : public Content {
   std::optional<std::string> MediaFile(const std::string& name) override {
     return media.contains(name) ? std::optional(media[name]) : std::nullopt;
   }
-  std::optional<std::string> PreviewImage(int camera) override {
-    return previews.contains(camera) ? std::optional(previews[camera]) : std::nullopt;
-  }
+  std::optional<std::string> PreviewImage(int) override { return std::nullopt; }
   int LogSize() override { return static_cast<int>(log.size()) - 1; }
-  void EraseLog() override {
-    ++erasures;
-    log = {"AA{}0{}04{}"};
-  }
+  void EraseLog() override { log = {"AA{}0{}04{}"}; }
   void StoreProgrammazione(std::vector<std::string>& dati) override { storedProgrammazione.push_back(dati); }
   void StoreProgCamEvents(std::vector<std::string>& dati) override { storedProgCamEvents.push_back(dati); }
-  bool StoreVoiceMessage(const std::string& name, const std::string& bytes) override {
-    voiceFiles[name] = bytes;
-    return true;
-  }
+  bool StoreVoiceMessage(const std::string&, const std::string&) override { return true; }
   bool StoreFirmware(const std::string&, const std::string&) override { return true; }
-  void StoreLastCommand(const std::string& command) override { lastCommand = command; }
-  std::string LastCommand() override { return lastCommand; }
+  void StoreLastCommand(const std::string&) override {}
+  std::string LastCommand() override { return {}; }
 };
 
 // n data elements "{}i{}L" CR LF body, after an opening.
@@ -73,9 +61,8 @@ class SessionTest : public ::testing::Test {
   }
   // What the unit sends back, delays and resets aside.
   Messages Send(const std::string& message) {
-    last = session_->Receive(message);
     Messages texts;
-    for (const auto& out : last)
+    for (const auto& out : session_->Receive(message))
       if (!out.reset) texts.push_back(out.message);
     return texts;
   }
@@ -87,7 +74,6 @@ class SessionTest : public ::testing::Test {
   FakeContent content;
   Codes codes{"123456", "654321"};
   FaultSettings settings;
-  std::vector<Outgoing> last;
 
  private:
   Log log_{Log::Quiet};
