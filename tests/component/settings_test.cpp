@@ -3,7 +3,6 @@
 #include "component/settings.h"
 #include "env_guard.h"
 
-using camrelay::component::SettingAsInteger;
 using camrelay::component::SettingsStore;
 using camrelay::test::ConfigHomeGuard;
 using camrelay::test::ReadFileBytes;
@@ -26,15 +25,4 @@ TEST(Settings, AWriteChangesOnlyItsKeyAndKeepsEverythingElse) {
   EXPECT_EQ(ReadFileBytes(home.settingsFile()),
             "; kept\n[Other]\nRemoteHost=elsewhere\n\n"
             "[AppSetting]\nLocalPort = 1500\nRemoteHost=10.9.9.9\nRemotePort=19201\n");
-}
-
-TEST(Settings, NumbersAreReadByTheirLeadingDigitsAndRounded) {
-  EXPECT_EQ(SettingAsInteger("19201"), 19201);
-  EXPECT_EQ(SettingAsInteger("  42abc"), 42);
-  EXPECT_EQ(SettingAsInteger("abc"), 0);
-  EXPECT_EQ(SettingAsInteger(""), 0);
-  EXPECT_EQ(SettingAsInteger("12.5"), 12);  // halves to even
-  EXPECT_EQ(SettingAsInteger("13.5"), 14);
-  EXPECT_EQ(SettingAsInteger("-7"), -7);
-  EXPECT_EQ(SettingAsInteger("99999999999"), 2147483647);
 }

@@ -205,7 +205,7 @@ TEST(Login, TheAnswerEndsTheLoginAndOnlyAScrambledCodeNeverAcceptedIsRetried) {
   Serve(t, {"AA", "02"});
   t.unitSends("AA{}0{}99{}3");
   EXPECT_EQ(t.form().RemotePasswordType, 3);
-  EXPECT_EQ(t.lastMessage().substr(0, 11), "AA{}0{}02{}");
+  EXPECT_EQ(t.messages().back().substr(0, 11), "AA{}0{}02{}");
   int stateInEvent = cNoOperation;
   t.form().CambioStatoConnessione = [&](StatoConnessioneEnum s) {
     t.states.push_back(s);

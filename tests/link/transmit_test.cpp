@@ -15,13 +15,6 @@ TEST(Transmit, AFailedSendIsReportedNotThrown) {
   EXPECT_FALSE(f.timer().enabled());
 }
 
-TEST(Join, TcpTakesEachDataElementLessItsLastTwoCharacters) {
-  std::vector<std::string> par = {"AA{}2{}51{}x", "{}AB", "{}ABCD", "no separator", "{}", "{}hello\r\n"};
-  EXPECT_EQ(CreaStringaComando(par, 0), "ABhello");
-  EXPECT_EQ(par[2], "ABCD");  // elements are rewritten without their separator
-  EXPECT_EQ(par[0], "AA{}2{}51{}x");
-}
-
 // On UDP the header's count must match the elements, the closing element is
 // skipped, and a data element needs more than three characters after "{}".
 TEST(Join, UdpNeedsTheHeaderCountToMatchAndSkipsTheClosingElement) {
@@ -29,9 +22,7 @@ TEST(Join, UdpNeedsTheHeaderCountToMatchAndSkipsTheClosingElement) {
       {{"AA{}3{}51", "{}one\r\n", "{}two\r\n", "{}"}, "onetwo"},
       {{"AA{}4{}51", "{}one\r\n", "{}two\r\n", "{}"}, ""},
       {{"AA{}3{}51", "{}x\r\n", "{}xy\r\n", "{}"}, "xy"},
-      {{"{}3{}51", "{}one\r\n", "{}two\r\n", "{}"}, ""},
       {{"AA{}3"}, ""},
-      {{"AA{}{}51"}, ""},
       {{}, ""},
   };
   for (auto [par, expected] : cases) {

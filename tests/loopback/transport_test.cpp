@@ -1,6 +1,6 @@
 // The link on real sockets over loopback, where the end-to-end tests cannot
-// reach: a datagram from another port, a refused connection, the memory of
-// an idle link, the real reply timer.
+// reach: a datagram from another port, the memory of an idle link, the real
+// reply timer.
 #include <gtest/gtest.h>
 
 #include <boost/asio.hpp>
@@ -17,7 +17,6 @@
 
 using namespace camrelay;
 namespace asio = boost::asio;
-using asio::ip::tcp;
 using asio::ip::udp;
 
 namespace {
@@ -35,26 +34,6 @@ bool RunUntil(asio::io_context& io, Done done) {
   return done();
 }
 
-std::string AllByteValues() {
-  std::string bytes;
-  for (int b = 0; b < 256; ++b) bytes.push_back(static_cast<char>(b));
-  return bytes;
-}
-
-struct RealLink {
-  asio::io_context io;
-  std::unique_ptr<link::frmClient> form;
-
-  RealLink(int protocol, int remotePort) {
-    form = std::make_unique<link::frmClient>(link::makeAsioPlatform(io), std::make_shared<store::DataVideo>());
-    form->Form_Load();
-    form->IpAddressRemote = "127.0.0.1";
-    form->RemoteAddrPort = remotePort;
-    form->LocalAddrPort = 0;
-    form->WskProtocol(protocol);
-  }
-};
-
 }  // namespace
 
 // Another socket on the same machine is not the unit: its datagram is told
@@ -64,47 +43,36 @@ TEST(Loopback, UdpTellsTheUnitsDatagramsFromAnyoneElses) {
   asio::io_context serverIo;
   udp::socket unit(serverIo, {kLoopback, 0});
   udp::socket stranger(serverIo, {kLoopback, 0});
-  RealLink client(1, unit.local_endpoint().port());
-  ASSERT_EQ(client.form->Winsock1->state(), link::sckOpen);
-  EXPECT_EQ(client.form->Panel.lblLocalIp, "Indirizzo IP locale: 127.0.0.1");  // the route to the unit
+  asio::io_context io;
+  link::frmClient form(link::makeAsioPlatform(io), std::make_shared<store::DataVideo>());
+  form.Form_Load();
+  form.IpAddressRemote = "127.0.0.1";
+  form.RemoteAddrPort = unit.local_endpoint().port();
+  form.LocalAddrPort = 0;
+  form.WskProtocol(sckUDPProtocol);
+  ASSERT_EQ(form.Winsock1->state(), link::sckOpen);
+  EXPECT_EQ(form.Panel.lblLocalIp, "Indirizzo IP locale: 127.0.0.1");  // the route to the unit
 
   // The link speaks first, as it does to a unit; the unit answers where it came from.
   std::array<char, 64> buffer{};
   udp::endpoint link;
-  client.form->TrasmettiStringa("OK{}02");
+  form.TrasmettiStringa("OK{}02");
   EXPECT_EQ(std::string(buffer.data(), unit.receive_from(asio::buffer(buffer), link)), "OK{}02");
-  EXPECT_TRUE(RunUntil(client.io, [&] { return !client.form->TrasmissioneInCorso; })) << "the send completes";
-  const std::string bytes = AllByteValues();
+  EXPECT_TRUE(RunUntil(io, [&] { return !form.TrasmissioneInCorso; })) << "the send completes";
+  std::string bytes;
+  for (int b = 0; b < 256; ++b) bytes.push_back(static_cast<char>(b));
 
   using Arrivals = std::vector<std::pair<std::string, bool>>;  // each datagram, and whether it is the unit's
   Arrivals got;
-  client.form->Winsock1->onDataArrival = [&](long) {
-    std::string data = client.form->Winsock1->getData();
-    got.emplace_back(std::move(data), client.form->Winsock1->fromRemote());
+  form.Winsock1->onDataArrival = [&](long) {
+    std::string data = form.Winsock1->getData();
+    got.emplace_back(std::move(data), form.Winsock1->fromRemote());
   };
   stranger.send_to(asio::buffer(std::string("forged")), link);
   unit.send_to(asio::buffer(bytes), link);
   stranger.send_to(asio::buffer(std::string("forged again")), link);
-  ASSERT_TRUE(RunUntil(client.io, [&] { return got.size() == 3; }));
+  ASSERT_TRUE(RunUntil(io, [&] { return got.size() == 3; }));
   EXPECT_EQ(got, (Arrivals{{"forged", false}, {bytes, true}, {"forged again", false}}));
-}
-
-// A refused connection only reports, where a reset rebuilds the link: it
-// must reach the link under its own number. (A reset on real sockets is the
-// end-to-end tests', TcpReset.)
-TEST(Loopback, ARefusedConnectionReachesTheLinkAsARefusal) {
-  int closedPort;
-  {
-    asio::io_context serverIo;
-    tcp::acceptor probe(serverIo, {kLoopback, 0});
-    closedPort = probe.local_endpoint().port();
-  }
-  RealLink refused(0, closedPort);
-  int number = 0;
-  refused.form->Winsock1->onError = [&](int n, const std::string&) { number = n; };
-  refused.form->Winsock1->connect();
-  EXPECT_TRUE(RunUntil(refused.io, [&] { return number != 0; }));
-  EXPECT_EQ(number, 10061);
 }
 
 // A host may keep a thousand links open at once: a link set up and waiting

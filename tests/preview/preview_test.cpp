@@ -4,7 +4,6 @@
 
 #include <climits>
 
-#include "client_fixture.h"
 #include "exchange.h"
 
 using namespace camrelay;
@@ -179,38 +178,12 @@ TEST_F(Preview, AGiveUpMovesTheCycleOnAndRepeatsOnlyWhatIsWorthRepeating) {
   for (int fired = 0; fired < 40 && form.NCamPreviewDownloaded == 1; ++fired) f.timer().fire();
   EXPECT_EQ(form.Richieste, (Queue{{}, {"08", "3"}}));
 
-  // Only the exact texts act once; a seek or a quality with its value, like
-  // any other command, is asked for again.
+  // Only the exact texts act once; a seek with its value, like any other
+  // command, is asked for again.
   form.NomeFileMultimedia = "rec1.avi";
-  for (const std::string once : {"PAUSE:", "CurrentTimeFileVideo:", "SetQualityImages:"}) {
-    form.ComandoPlayback = once;
+  for (const std::string command : {"PAUSE:", "CurrentTimeFileVideo:40"}) {
+    form.ComandoPlayback = command;
     form.ResumePreviewAfterGiveUp();
-    EXPECT_EQ(form.QueueLength(), 1) << once;
+    EXPECT_EQ(form.Richieste.back(), (link::Richiesta{"08", command == "PAUSE:" ? "3" : command}));
   }
-  for (const std::string again : {"CurrentTimeFileVideo:40", "SetQualityImages:3", "CLOSE:"}) {
-    form.Richieste.resize(2);
-    form.ComandoPlayback = again;
-    form.ResumePreviewAfterGiveUp();
-    EXPECT_EQ(form.Richieste.back(), (link::Richiesta{"08", again}));
-  }
-}
-
-using ClientPreview = ClientOnFakePlatform;
-
-TEST_F(ClientPreview, TheCycleOnCamerasOneAndThreeWrapsAroundUntilZeroIsWritten) {
-  client.Connetti("127.0.0.1", 19201, 14400, false, sckUDPProtocol, dir.str());
-  FakeSocket& unit = *platform->socket;
-  client.VideoCicle(5);
-  EXPECT_TRUE(client.Status().awaitingReply);
-  for (char salt : {'1', '3', '1'}) {
-    Answers(unit, TwoPieceImage(salt));
-    EXPECT_EQ(client.ImagePreview(), TwoPieceImage(salt)) << salt;
-  }
-  client.VideoCicle(0);  // waits behind the request for camera 3
-  Answers(unit, TwoPieceImage('3'));
-  Answers(unit, "");
-  EXPECT_EQ(Asked(unit), (Texts{"1", "3", "1", "3", "0"}));
-  EXPECT_EQ(client.CameraPreview(), 0);
-  EXPECT_EQ(client.RichiesteInCoda(), 0);
-  EXPECT_FALSE(platform->timer->enabled()) << "the last image awaits nothing more";
 }

@@ -155,13 +155,5 @@ TEST(CryptData, EveryCallDiffersAndDecodesToTheNormalisedCodeInAllFourLayouts) {
   }
 }
 
-TEST(CryptData, AnOpeningCarriesTheAccessCodeScrambled) {
-  LinkFixture t(sckUDPProtocol);
-  t.form().PwdCrypted = true;
-  t.form().AddRichiesta("02", "");
-  ASSERT_EQ(t.lastMessage().size(), 11u + 25u);
-  EXPECT_EQ(Unscramble(t.lastMessage().substr(11)), "123456");
-}
-
 }  // namespace
 }  // namespace camrelay::test

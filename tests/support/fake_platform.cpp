@@ -37,7 +37,6 @@ void FakeSocket::setProtocol(int protocol) {
 }
 
 void FakeSocket::bind(int localPort) {
-  ++binds;
   localPort_ = localPort > 0 ? localPort : 50000;
   state_ = link::sckOpen;
 }

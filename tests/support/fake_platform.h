@@ -17,7 +17,7 @@ class FakeSocket : public link::Socket {
  public:
   // ---- What the link did. ----
   std::vector<std::string> sent;  // every sendData payload, in order
-  int binds = 0, connects = 0, closes = 0;
+  int connects = 0, closes = 0;
 
   // ---- Playing the unit. ----
   // TCP: the bytes join the receive stream; UDP: they are one datagram.
@@ -42,8 +42,7 @@ class FakeSocket : public link::Socket {
   std::string peerIP() const override { return senderHost_; }
   int peerPort() const override { return senderPort_; }
   bool fromRemote() const override { return senderHost_ == remoteHost_ && senderPort_ == remotePort_; }
-  std::string remoteHostIP() const override { return resolvedIP.empty() ? remoteHost_ : resolvedIP; }
-  std::string resolvedIP;  // what the remote host resolves to, "" for itself
+  std::string remoteHostIP() const override { return remoteHost_; }
   int state() const override { return state_; }
   void bind(int localPort) override;
   void connect() override;

@@ -42,8 +42,6 @@ void LinkFixture::unitSends(const std::string& message) {
   socket().deliver(socket().protocol() == 0 ? Frame(message) : message);
 }
 
-std::string LinkFixture::lastMessage() const { return messages().empty() ? std::string() : messages().back(); }
-
 std::vector<std::string> LinkFixture::messages() const {
   std::vector<std::string> out;
   for (const auto& s : platform_->socket->sent) out.push_back(platform_->socket->protocol() == 0 ? Unframe(s) : s);

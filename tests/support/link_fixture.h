@@ -33,8 +33,6 @@ class LinkFixture {
   void connect() { socket().acceptConnect(); }
   // Plays the unit: on TCP the message travels in its "LN{}" frame.
   void unitSends(const std::string& message);
-  // The message the link sent last, its TCP frame removed.
-  std::string lastMessage() const;
   // Every message sent, TCP frames removed; UDP messages travel bare.
   std::vector<std::string> messages() const;
   // Forgets what was sent and raised so far.
