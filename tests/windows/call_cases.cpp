@@ -71,9 +71,6 @@ void NamedArguments(IDispatch* client) {
                     {L"WinsockProtocol", Long(camrelay::sckTCPProtocol)}, {L"LocalPort", Long(0)},
                     {L"RemotePort", Reference(VT_I4, &unitPort)}, {L"RemoteHost", Text(L"127.0.0.1")}};
   connects(reversed, camrelay::sckTCPProtocol, "ViewRunTimeError left out, the others named last first");
-  RawCall command{client, L"DownLoadStrCommand"};
-  command.named.emplace_back(L"strCommand", Text(L"X"));
-  CHECK(command.Run() == S_OK, "DownLoadStrCommand with its by-value argument named");
 }
 
 // Show brings up the panel; on UDP its send row is there, and "Invia" sends

@@ -4,7 +4,6 @@
 // com_host GROUP runs one group of cases and fails when any check failed.
 #include <winsock2.h>
 #include <windows.h>
-#include <ocidl.h>
 
 #include <boost/system/error_code.hpp>
 
@@ -50,9 +49,9 @@ std::string NameOf(ITypeInfo* info, MEMBERID id = MEMBERID_NIL) {
   return text;
 }
 
-// ---- registration: the keys the DLL writes and removes, DllCanUnloadNow
-// counting the objects alive, and what a host learns of the class before it
-// calls it, from the registered type library and from the object itself. ----
+// ---- registration: the keys the DLL writes and removes, what a host learns
+// of the class before it calls it, from the registered type library and from
+// the object itself, and DllCanUnloadNow counting the objects alive. ---------
 
 void Registration() {
   const std::wstring classKey = L"CLSID\\" + GuidText(CLSID_clsClient);
@@ -74,25 +73,6 @@ void Registration() {
   RegisterServer(true);
   RegisterServer();
 
-  using GetClassObject = HRESULT(WINAPI*)(REFCLSID, REFIID, void**);
-  auto canUnload = reinterpret_cast<HRESULT(WINAPI*)()>(reinterpret_cast<void*>(Export("DllCanUnloadNow")));
-  auto getClass = reinterpret_cast<GetClassObject>(reinterpret_cast<void*>(Export("DllGetClassObject")));
-  if (!CHECK(canUnload && getClass, "the DLL exports its entry points")) return;
-  CHECK(canUnload() == S_OK, "nothing alive: the DLL may go");
-  IClassFactory* factory = nullptr;
-  CHECK(getClass(IID_IUnknown, IID_IClassFactory, reinterpret_cast<void**>(&factory)) == CLASS_E_CLASSNOTAVAILABLE,
-        "an unknown class is refused");
-  if (!CHECK(SUCCEEDED(getClass(CLSID_clsClient, IID_IClassFactory, reinterpret_cast<void**>(&factory))),
-             "the class factory"))
-    return;
-  IDispatch* object = nullptr;
-  CHECK(SUCCEEDED(factory->CreateInstance(nullptr, IID_IDispatch, reinterpret_cast<void**>(&object))),
-        "the factory creates the object");
-  factory->Release();
-  CHECK(canUnload() == S_FALSE, "an object alive keeps the DLL");
-  object->Release();
-  CHECK(canUnload() == S_OK, "nothing alive again: the DLL may go");
-
   ITypeLib* library = nullptr;
   if (!CHECK(SUCCEEDED(LoadRegTypeLib(LIBID_CamRelay, 1, 0, 0, &library)), "the registered type library loads"))
     return;
@@ -106,40 +86,30 @@ void Registration() {
     info->ReleaseTypeAttr(attributes);
     info->Release();
   }
-  // The console names the states as the library does: a host reading the
-  // type library must see the same names for the same values.
-  std::wstring search = L"StatoConnessioneEnum";
-  MEMBERID id = 0;
-  USHORT found = 1;
-  if (CHECK(SUCCEEDED(library->FindName(search.data(), 0, &info, &id, &found)) && found, "StatoConnessioneEnum")) {
-    info->GetTypeAttr(&attributes);
-    CHECK(attributes->cVars == 58, "StatoConnessioneEnum has the states 0..57");
-    for (WORD i = 0; i < attributes->cVars; ++i) {
-      VARDESC* v = nullptr;
-      info->GetVarDesc(i, &v);
-      CHECK(V_I4(v->lpvarValue) == i && NameOf(info, v->memid) == camrelay::StatoConnessioneName(i),
-            "state " + std::to_string(i) + " is called " + NameOf(info, v->memid));
-      info->ReleaseVarDesc(v);
-    }
-    info->ReleaseTypeAttr(attributes);
-    info->Release();
-  }
   library->Release();
 
-  // Hosts that ask the class for its default source get the sink's.
-  Created server;
-  IProvideClassInfo2* provider = nullptr;
-  server.object->QueryInterface(IID_IProvideClassInfo2, reinterpret_cast<void**>(&provider));
-  if (!CHECK(provider != nullptr, "the object provides IProvideClassInfo2")) return;
-  GUID source{};
-  CHECK(provider->GetGUID(GUIDKIND_DEFAULT_SOURCE_DISP_IID, &source) == S_OK && IsEqualIID(source, DIID___clsClient),
-        "the default source is __clsClient");
-  CHECK(provider->GetGUID(GUIDKIND_DEFAULT_SOURCE_DISP_IID + 1, &source) == E_INVALIDARG, "another kind is refused");
-  ITypeInfo* coclass = nullptr;
-  CHECK(provider->GetClassInfo(&coclass) == S_OK && coclass && NameOf(coclass) == "clsClient",
-        "the class information is clsClient's");
-  if (coclass) coclass->Release();
-  provider->Release();
+  // DllCanUnloadNow counts the objects alive, so that COM never unloads the
+  // DLL under one; and hosts that ask the class for its default source get
+  // the sink's.
+  auto canUnload = reinterpret_cast<HRESULT(WINAPI*)()>(reinterpret_cast<void*>(Export("DllCanUnloadNow")));
+  if (!CHECK(canUnload && canUnload() == S_OK, "nothing alive: the DLL may go")) return;
+  {
+    Created server;
+    CHECK(canUnload() == S_FALSE, "an object alive keeps the DLL");
+    IProvideClassInfo2* provider = nullptr;
+    server.object->QueryInterface(IID_IProvideClassInfo2, reinterpret_cast<void**>(&provider));
+    if (!CHECK(provider != nullptr, "the object provides IProvideClassInfo2")) return;
+    GUID source{};
+    CHECK(provider->GetGUID(GUIDKIND_DEFAULT_SOURCE_DISP_IID, &source) == S_OK && IsEqualIID(source, DIID___clsClient),
+          "the default source is __clsClient");
+    CHECK(provider->GetGUID(GUIDKIND_DEFAULT_SOURCE_DISP_IID + 1, &source) == E_INVALIDARG, "another kind is refused");
+    ITypeInfo* coclass = nullptr;
+    CHECK(provider->GetClassInfo(&coclass) == S_OK && coclass && NameOf(coclass) == "clsClient",
+          "the class information is clsClient's");
+    if (coclass) coclass->Release();
+    provider->Release();
+  }
+  CHECK(canUnload() == S_OK, "nothing alive again: the DLL may go");
 }
 
 // ---- session: a login, a programming download and a firmware upload,

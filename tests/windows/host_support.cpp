@@ -159,8 +159,7 @@ void Put(IDispatch* object, const wchar_t* name, VARIANT value) {
 
 HRESULT STDMETHODCALLTYPE EventSink::QueryInterface(REFIID iid, void** object) {
   if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) || IsEqualIID(iid, DIID___clsClient)) {
-    *object = static_cast<IDispatch*>(this);
-    AddRef();
+    *object = static_cast<IDispatch*>(this);  // counted by no one: it lives as long as the server
     return S_OK;
   }
   *object = nullptr;
