@@ -41,14 +41,6 @@ camrelay::store::TableDump Table(const fs::path& database, const char* table) {
   return camrelay::store::DumpTable(db, table);
 }
 
-std::string NameOf(ITypeInfo* info, MEMBERID id = MEMBERID_NIL) {
-  BSTR name = nullptr;
-  info->GetDocumentation(id, &name, nullptr, nullptr, nullptr);
-  const std::string text = name ? FromWide(name) : "";
-  SysFreeString(name);
-  return text;
-}
-
 // ---- registration: the keys the DLL writes and removes, what a host learns
 // of the class before it calls it, from the registered type library and from
 // the object itself, and DllCanUnloadNow counting the objects alive. ---------
@@ -104,8 +96,12 @@ void Registration() {
           "the default source is __clsClient");
     CHECK(provider->GetGUID(GUIDKIND_DEFAULT_SOURCE_DISP_IID + 1, &source) == E_INVALIDARG, "another kind is refused");
     ITypeInfo* coclass = nullptr;
-    CHECK(provider->GetClassInfo(&coclass) == S_OK && coclass && NameOf(coclass) == "clsClient",
+    BSTR name = nullptr;
+    CHECK(provider->GetClassInfo(&coclass) == S_OK && coclass &&
+              SUCCEEDED(coclass->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr)) && name &&
+              std::wstring(name) == L"clsClient",
           "the class information is clsClient's");
+    SysFreeString(name);
     if (coclass) coclass->Release();
     provider->Release();
   }
