@@ -57,9 +57,8 @@ done
 # (lintian above refuses files below /usr/local or outside the FHS folders.)
 [ -z "$(find "$root/usr/lib" -maxdepth 1 -type f)" ] || fail "files outside the multiarch folder: $(ls "$root/usr/lib")"
 
-# The licence: Apache-2.0, in Debian's machine-readable format (lintian
-# above sees that it points at the text Debian ships); the changelog's last
-# entry is this version.
+# The licence: Apache-2.0, in Debian's machine-readable format (lintian checks
+# its pointer to the text); the changelog's last entry is this version.
 copyright=$root/usr/share/doc/camrelay/copyright
 [ "$(head -n 1 "$copyright")" = "Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/" ] ||
   fail "the copyright is not in Debian's machine-readable format: $(head -n 1 "$copyright")"
