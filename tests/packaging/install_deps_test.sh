@@ -52,11 +52,8 @@ and not
 $3"
 }
 
-machine 1000 "" yes yes yes deb822
-run "a user, everything there" 0 ""
-
-machine 1000 "" yes no no one-line
-run "a user without sudo, the browser tests' modules still to fetch" 0 "npm ci --no-audit --no-fund --loglevel=error"
+machine 1000 "" yes yes no one-line
+run "a user without sudo, everything there" 0 ""
 
 machine 1000 "" no yes yes none
 run "a user, npm and the deb-src entry missing" 0 "sudo tee $work/etc/sources.list.d/camrelay-deb-src.sources
@@ -68,9 +65,10 @@ entry=$work/etc/sources.list.d/camrelay-deb-src.sources
 grep -qx 'Types: deb-src' "$entry" && grep -qx 'URIs: http://mirror.invalid/debian' "$entry" ||
   fail "the deb-src entry is not for the mirror in use: $(cat "$entry" 2>&1)"
 
-machine 0 "lintian postgresql" yes yes no deb822
-run "root, two packages missing" 0 "apt-get update -qq
-apt-get install -y -qq --no-install-recommends postgresql lintian"
+machine 0 "lintian postgresql" yes no no deb822
+run "root, two packages and the browser tests' modules missing" 0 "apt-get update -qq
+apt-get install -y -qq --no-install-recommends postgresql lintian
+npm ci --no-audit --no-fund --loglevel=error"
 
 machine 1000 "lintian" yes yes no deb822
 run "a user without sudo, a package missing" 1 ""

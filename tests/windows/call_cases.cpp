@@ -2,12 +2,9 @@
 // arguments that refer to nothing, too few or too many arguments, named ones
 // that match no parameter, all refused with the HRESULT that says why and
 // without reaching the member; then named arguments with optional ones left
-// out, which bring the link up as they say.
+// out, which bring the link up as they say; then the diagnostic panel, whose
+// "Invia" sends the typed string on that UDP link.
 #include <windows.h>
-#include <ocidl.h>
-
-#include <string>
-#include <vector>
 
 #include "camrelay.h"
 #include "camrelay/enums.h"
@@ -38,8 +35,7 @@ void RefusedCalls(IDispatch* object) {
   RawCall gap{object, L"Connetti", {Text(L"127.0.0.1")}};
   gap.named.emplace_back(L"LocalPort", Long(0));
   Refused(gap, DISP_E_PARAMNOTOPTIONAL, "Connetti with RemotePort left out between named ones");
-  RawCall seven{object, L"Connetti", {Text(L"127.0.0.1"), Long(1), Long(1), Bool(false), Long(1), Text(L"."),
-                                      Long(7)}};
+  RawCall seven{object, L"Connetti", {Text(L"127.0.0.1"), Long(1), Long(1), Long(0), Long(1), Text(L"."), Long(7)}};
   Refused(seven, DISP_E_BADPARAMCOUNT, "Connetti with seven arguments");
   RawCall getter{object, L"RemotePort", {Long(1)}, DISPATCH_PROPERTYGET | DISPATCH_METHOD};
   Refused(getter, DISP_E_BADPARAMCOUNT, "a property read with an argument");
@@ -55,37 +51,50 @@ void RefusedCalls(IDispatch* object) {
 }
 
 // Connetti as hosts write it with named arguments, optional ones left out,
-// the port by reference as compiled hosts pass a variable.
-void NamedArguments(Created& server) {
-  LateBound client = server.Client();
+// the port by reference as compiled hosts pass a variable. Each UDP link
+// binds a local port of its own beside the unit's: Wine may refuse for a
+// moment a bind to one just closed.
+void NamedArguments(IDispatch* client) {
   long unitPort = UnitPort();
-  long localPort = FreeUdpPort();
   auto connects = [&](RawCall& call, long protocol, const std::string& what) {
     const HRESULT hr = call.Run();
-    CHECK(hr == S_OK && client.GetLong(L"Protocol") == protocol && client.GetLong(L"RemotePort") == unitPort &&
-              (protocol == camrelay::sckTCPProtocol || client.GetLong(L"LocalPort") == localPort),
+    CHECK(hr == S_OK && GetLong(client, L"Protocol") == protocol && GetLong(client, L"RemotePort") == unitPort &&
+              (protocol == camrelay::sckTCPProtocol || GetLong(client, L"LocalPort") == unitPort + 1),
           "Connetti with " + what + " brings the link up as asked (" + Hex(hr) + ")");
-    client.Call(L"Disconnetti");
+    Call(client, L"Disconnetti");
   };
-  RawCall mixed{server.object, L"Connetti", {Text(L"127.0.0.1")}};
-  mixed.named = {{L"RemotePort", Reference(VT_I4, &unitPort)}, {L"LocalPort", Long(localPort)}};
+  RawCall mixed{client, L"Connetti", {Text(L"127.0.0.1")}};
+  mixed.named = {{L"RemotePort", Reference(VT_I4, &unitPort)}, {L"LocalPort", Long(unitPort + 1)}};
   connects(mixed, camrelay::sckUDPProtocol, "the host by position, the ports named");
-  RawCall gap{server.object, L"Connetti"};
-  gap.named = {{L"RemoteHost", Text(L"127.0.0.1")}, {L"RemotePort", Reference(VT_I4, &unitPort)},
-               {L"LocalPort", Long(localPort)}, {L"WinsockProtocol", Long(camrelay::sckTCPProtocol)}};
-  connects(gap, camrelay::sckTCPProtocol, "ViewRunTimeError left out before a named protocol");
-  const fs::path folder = WorkDir() / "named";
-  fs::create_directories(folder);
-  // A fresh local port: Wine may refuse for a moment a bind to one just closed.
-  localPort = FreeUdpPort();
-  RawCall reversed{server.object, L"Connetti"};
-  reversed.named = {{L"CurrDir", Text(folder.wstring())}, {L"WinsockProtocol", Long(camrelay::sckUDPProtocol)},
-                    {L"ViewRunTimeError", Bool(false)}, {L"LocalPort", Long(localPort)},
+  RawCall reversed{client, L"Connetti"};
+  reversed.named = {{L"CurrDir", Text((PathFrom("CAMRELAY_WORK_DIR") / "named").wstring())},
+                    {L"WinsockProtocol", Long(camrelay::sckTCPProtocol)}, {L"LocalPort", Long(0)},
                     {L"RemotePort", Reference(VT_I4, &unitPort)}, {L"RemoteHost", Text(L"127.0.0.1")}};
-  connects(reversed, camrelay::sckUDPProtocol, "all six named, last first");
-  RawCall command{server.object, L"DownLoadStrCommand"};
-  command.named.emplace_back(L"strCommand", Text(L"X"));
-  CHECK(command.Run() == S_OK, "DownLoadStrCommand with its by-value argument named");
+  connects(reversed, camrelay::sckTCPProtocol, "ViewRunTimeError left out, the others named last first");
+}
+
+// Show brings up the panel; on UDP its send row is there, and "Invia" sends
+// what is typed into its one writable field.
+void Panel(IDispatch* client) {
+  Connect(client, camrelay::sckUDPProtocol, UnitPort() + 2, PathFrom("CAMRELAY_WORK_DIR") / "host");
+  Call(client, L"Show");
+  HWND panel = nullptr;
+  PumpUntil([&] { return (panel = FindWindowW(nullptr, L"CAMRELAY by SENTROVA")) && IsWindowVisible(panel); }, 5000);
+  if (!CHECK(panel && IsWindowVisible(panel), "Show brings up the window \"CAMRELAY by SENTROVA\"")) return;
+  HWND field = FindWindowExW(panel, nullptr, L"Edit", nullptr);
+  while (field && (GetWindowLongW(field, GWL_STYLE) & ES_READONLY))
+    field = FindWindowExW(panel, field, L"Edit", nullptr);
+  const HWND invia = FindWindowExW(panel, nullptr, L"Button", L"Invia");
+  CHECK(field && invia && IsWindowVisible(invia), "on UDP the send row is shown");
+  SendMessageW(field, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(L"PROVA-PANNELLO-42"));
+  SendMessageW(invia, BM_CLICK, 0, 0);
+  const fs::path log = PathFrom("CAMRELAY_UNIT_LOG");
+  CHECK(PumpUntil([&] { return FileBytes(log).find("PROVA-PANNELLO-42") != std::string::npos; }, 5000),
+        "\"Invia\" sends the typed string");
+  Call(client, L"Hide");
+  PumpFor(300);
+  CHECK(!IsWindowVisible(panel), "Hide takes the panel away");
+  Call(client, L"Disconnetti");
 }
 
 }  // namespace
@@ -94,5 +103,6 @@ void Calls() {
   Created server;
   RefusedCalls(server.object);
   CHECK(server.sink.events.empty(), "no refused call reached its member");
-  NamedArguments(server);
+  NamedArguments(server.object);
+  Panel(server.object);
 }

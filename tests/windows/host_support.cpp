@@ -1,12 +1,9 @@
 #include "host_support.h"
 
-#include <winsock2.h>
-#include <ocidl.h>
-
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <utility>
 
 #include "camrelay.h"
 #include "platform/windows/codepage.h"
@@ -30,24 +27,20 @@ bool Check(bool condition, const std::string& what, const char* file, int line) 
 int Failures() { return failures; }
 
 // Set by with-unit.sh and the test's environment.
-std::string Environment(const char* name) {
-  const char* value = std::getenv(name);
-  return value ? value : "";
-}
-
-std::filesystem::path FromUnixPath(const std::string& path) {
-  std::string windows = "Z:" + path;
-  for (char& c : windows)
-    if (c == '/') c = '\\';
+std::filesystem::path PathFrom(const char* variable) {
+  const char* value = std::getenv(variable);
+  std::string windows = "Z:" + std::string(value ? value : "");
+  std::replace(windows.begin(), windows.end(), '/', '\\');
   return windows;
 }
 
-std::filesystem::path ServerDll() { return FromUnixPath(Environment("CAMRELAY_DLL")); }
-std::filesystem::path WorkDir() { return FromUnixPath(Environment("CAMRELAY_WORK_DIR")); }
-int UnitPort() { return std::atoi(Environment("CAMRELAY_UNIT_PORT").c_str()); }
+int UnitPort() {
+  const char* port = std::getenv("CAMRELAY_UNIT_PORT");
+  return port ? std::atoi(port) : 0;
+}
 
 FARPROC Export(const char* name) {
-  static const HMODULE dll = LoadLibraryW(ServerDll().wstring().c_str());
+  static const HMODULE dll = LoadLibraryW(PathFrom("CAMRELAY_DLL").wstring().c_str());
   return dll ? GetProcAddress(dll, name) : nullptr;
 }
 
@@ -97,13 +90,6 @@ VARIANT Long(long value) {
   return v;
 }
 
-VARIANT Bool(bool value) {
-  VARIANT v{};
-  V_VT(&v) = VT_BOOL;
-  V_BOOL(&v) = value ? VARIANT_TRUE : VARIANT_FALSE;
-  return v;
-}
-
 VARIANT Reference(VARTYPE type, void* target) {
   VARIANT v{};
   V_VT(&v) = VT_BYREF | type;
@@ -148,34 +134,32 @@ HRESULT RawCall::Run() {
 }
 
 namespace {
-HRESULT Succeeds(RawCall& call) {
+bool Succeeds(RawCall& call) {
   const HRESULT hr = call.Run();
-  CHECK(SUCCEEDED(hr), "calling " + FromWide(call.member) + " answers " + Hex(hr));
-  return hr;
+  return CHECK(SUCCEEDED(hr), "calling " + FromWide(call.member) + " answers " + Hex(hr));
 }
 }  // namespace
 
-void LateBound::Call(const wchar_t* name, std::vector<VARIANT> arguments) {
-  RawCall call(object_, name, std::move(arguments));
+void Call(IDispatch* object, const wchar_t* name, std::vector<VARIANT> arguments) {
+  RawCall call(object, name, std::move(arguments));
   Succeeds(call);
 }
 
-long LateBound::GetLong(const wchar_t* name) {
-  RawCall call(object_, name, {}, DISPATCH_PROPERTYGET | DISPATCH_METHOD);
+long GetLong(IDispatch* object, const wchar_t* name) {
+  RawCall call(object, name, {}, DISPATCH_PROPERTYGET | DISPATCH_METHOD);
   VARIANT number{};
-  const bool ok = SUCCEEDED(Succeeds(call)) && SUCCEEDED(VariantChangeType(&number, &call.result, 0, VT_I4));
+  const bool ok = Succeeds(call) && SUCCEEDED(VariantChangeType(&number, &call.result, 0, VT_I4));
   return ok ? V_I4(&number) : -12345;
 }
 
-void LateBound::Put(const wchar_t* name, VARIANT value) {
-  RawCall call(object_, name, {value}, DISPATCH_PROPERTYPUT);
+void Put(IDispatch* object, const wchar_t* name, VARIANT value) {
+  RawCall call(object, name, {value}, DISPATCH_PROPERTYPUT);
   Succeeds(call);
 }
 
 HRESULT STDMETHODCALLTYPE EventSink::QueryInterface(REFIID iid, void** object) {
   if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) || IsEqualIID(iid, DIID___clsClient)) {
-    *object = static_cast<IDispatch*>(this);
-    AddRef();
+    *object = static_cast<IDispatch*>(this);  // counted by no one: it lives as long as the server
     return S_OK;
   }
   *object = nullptr;
@@ -201,18 +185,11 @@ std::vector<long> EventSink::States() const {
   return states;
 }
 
-std::wstring EventSink::DebugLines(std::size_t from) const {
-  std::wstring lines;
-  for (std::size_t i = from; i < events.size(); ++i)
-    if (events[i].id == 3) lines += events[i].text + L"\n";
-  return lines;
-}
-
-void Connect(LateBound client, long protocol, long localPort, const std::filesystem::path& folder) {
+void Connect(IDispatch* client, long protocol, long localPort, const std::filesystem::path& folder) {
   long port = UnitPort();
   std::filesystem::create_directories(folder);
-  client.Call(L"Connetti", {Text(L"127.0.0.1"), Reference(VT_I4, &port), Long(localPort), Bool(false), Long(protocol),
-                            Text(folder.wstring())});
+  Call(client, L"Connetti",
+       {Text(L"127.0.0.1"), Reference(VT_I4, &port), Long(localPort), Long(0), Long(protocol), Text(folder.wstring())});
 }
 
 Created::Created() {
@@ -236,38 +213,19 @@ Created::~Created() {
   object->Release();
 }
 
-bool Created::AwaitState(std::initializer_list<long> states, DWORD limit) {
+bool Created::AwaitState(long state, DWORD limit) {
   const std::size_t seen = sink.States().size();
-  long reached = -1;
-  PumpUntil(
+  return PumpUntil(
       [&] {
         const auto all = sink.States();
-        for (std::size_t i = seen; i < all.size(); ++i)
-          for (long state : states)
-            if (all[i] == state) reached = state;
-        return reached >= 0;
+        return std::find(all.begin() + seen, all.end(), state) != all.end();
       },
       limit);
-  return reached == *states.begin();
 }
 
 std::string FileBytes(const std::filesystem::path& file) {
   std::ifstream in(file, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
-}
-
-long FreeUdpPort() {
-  WSADATA data;
-  WSAStartup(MAKEWORD(2, 2), &data);
-  SOCKET s = socket(AF_INET, SOCK_DGRAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(s, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  int size = sizeof address;
-  getsockname(s, reinterpret_cast<sockaddr*>(&address), &size);
-  closesocket(s);
-  return ntohs(address.sin_port);
 }
 
 }  // namespace host

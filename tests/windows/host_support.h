@@ -4,12 +4,10 @@
 #pragma once
 
 #include <windows.h>
-#include <oaidl.h>
 #include <ocidl.h>
 
 #include <filesystem>
 #include <functional>
-#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,11 +20,9 @@ bool Check(bool condition, const std::string& what, const char* file, int line);
 #define CHECK(condition, what) ::host::Check((condition), (what), __FILE__, __LINE__)
 int Failures();
 
-// A POSIX path handed over by the test's script, as Wine's drive Z: shows it.
-std::filesystem::path FromUnixPath(const std::string& path);
-std::string Environment(const char* name);
-std::filesystem::path ServerDll();
-std::filesystem::path WorkDir();
+// A POSIX path the test's script hands over in the environment variable
+// named, as Wine's drive Z: shows it.
+std::filesystem::path PathFrom(const char* variable);
 int UnitPort();
 
 // An entry point of the server DLL, which stays loaded in this process.
@@ -42,7 +38,6 @@ void PumpFor(DWORD ms);
 // Owned Variants for arguments, and one that refers to target as type.
 VARIANT Text(const std::wstring& value);
 VARIANT Long(long value);
-VARIANT Bool(bool value);
 VARIANT Reference(VARTYPE type, void* target);
 std::string Hex(HRESULT hr);
 
@@ -68,24 +63,15 @@ struct RawCall {
   UINT argumentError = 12345;
 };
 
-// An automation object reached the way script hosts reach it: by name. A
-// call that fails is a failed check.
-class LateBound {
- public:
-  explicit LateBound(IDispatch* object) : object_(object) {}
-  void Call(const wchar_t* name, std::vector<VARIANT> arguments = {});
-  long GetLong(const wchar_t* name);
-  void Put(const wchar_t* name, VARIANT value);
-
- private:
-  IDispatch* object_;
-};
+// Members reached the way script hosts reach them: by name. A call that
+// fails is a failed check.
+void Call(IDispatch* object, const wchar_t* name, std::vector<VARIANT> arguments = {});
+long GetLong(IDispatch* object, const wchar_t* name);
+void Put(IDispatch* object, const wchar_t* name, VARIANT value);
 
 // Connetti to the test's unit; arguments passed by value, as scripts pass
 // literals, except the port, passed by reference as compiled hosts pass it.
-void Connect(LateBound client, long protocol, long localPort, const std::filesystem::path& folder);
-// A UDP port nobody uses on loopback right now.
-long FreeUdpPort();
+void Connect(IDispatch* client, long protocol, long localPort, const std::filesystem::path& folder);
 // A file's bytes; empty when it cannot be read.
 std::string FileBytes(const std::filesystem::path& file);
 
@@ -111,8 +97,6 @@ class EventSink final : public IDispatch {
   std::vector<Event> events;
   // The states of CambioStatoConnessione in arrival order.
   std::vector<long> States() const;
-  // The OnDebug lines from the event at from on, each ending in a newline.
-  std::wstring DebugLines(std::size_t from = 0) const;
 };
 
 // The server, created by its ProgID as CreateObject does, with a sink on the
@@ -123,10 +107,9 @@ struct Created {
   ~Created();
   Created(const Created&) = delete;
   Created& operator=(const Created&) = delete;
-  LateBound Client() { return LateBound(object); }
-  // Pumps until CambioStatoConnessione brings one of the states; true when
-  // the first of them came.
-  bool AwaitState(std::initializer_list<long> states, DWORD limit = 30000);
+  // Pumps until CambioStatoConnessione brings state; false when it does not
+  // come within the limit.
+  bool AwaitState(long state, DWORD limit = 30000);
 
   IDispatch* object = nullptr;
   IConnectionPoint* point = nullptr;
