@@ -3,7 +3,8 @@
 # Runs COMMAND beside a simulated unit of its own, listening on TCP and UDP on
 # one loopback port with its content below WORKDIR/unit and every message it
 # sees in WORKDIR/unit.log. COMMAND finds them in CAMRELAY_UNIT_PORT,
-# CAMRELAY_UNIT_DIR, CAMRELAY_UNIT_LOG and CAMRELAY_WORK_DIR.
+# CAMRELAY_UNIT_DIR, CAMRELAY_UNIT_LOG and CAMRELAY_WORK_DIR. The package
+# test runs the installed unit with it too.
 set -euo pipefail
 unit=$1 work=$2
 shift 2
