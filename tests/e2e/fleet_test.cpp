@@ -1,6 +1,7 @@
 // camrelay fleet against one camrelay-unit process playing many units: every
 // good unit's log arrives exactly in that unit's own folder, the bad units
-// are reported with their reasons, and no unit stops another.
+// are reported with their reasons, and no unit stops another. Fleets and a
+// single camrelay with their tables in a PostgreSQL server.
 #include <nlohmann/json.hpp>
 #include <csignal>
 #include <map>
@@ -178,7 +179,7 @@ TEST_F(Fleet, BadFleetFilesAreRefusedWithTheirLine) {
 }
 
 // Fleets whose units keep their tables in a PostgreSQL server, a schema
-// each, and share the work through it.
+// each, and share the work through it; and camrelay on one schema.
 class ServerFleet : public Fleet {
  protected:
   // A fleet file naming units prefix1, prefix2, ... up to count, whose
@@ -202,6 +203,46 @@ class ServerFleet : public Fleet {
   std::string server = schemas.Uri("fleet");
   const std::string round = schemas.Schema("round");
 };
+
+using ServerDatabase = ServerFleet;
+
+// The same commands and the same rows as with a file, and a schema made
+// only when asked for.
+TEST_F(ServerDatabase, DownloadsUploadsAndLocalCommandsWorkOnASchema) {
+  const std::string uri = schemas.Uri("host");
+  auto db = [&](std::vector<std::string> args) {
+    args.insert(args.begin(), {"--db", uri, "db"});
+    return Camrelay(args);
+  };
+  const Outcome missing = db({"dump", "Ingressi"});
+  EXPECT_EQ(missing.exit, 1);
+  EXPECT_NE(missing.err.find("has no tables and is not created here"), std::string::npos) << missing.err;
+  const Outcome init = db({"init"});
+  ASSERT_EQ(init.exit, 0) << init.err;
+  EXPECT_NE(init.err.find("created the standard tables in schema test_"), std::string::npos) << init.err;
+  EXPECT_NE(db({"init"}).err.find("already has its tables; left as it is"), std::string::npos);
+
+  StartUnit(Transport::Tcp);
+  const Outcome download = Host({"--db", uri, "download-prog", "download-log", "download-prog-cam-events"});
+  ASSERT_EQ(download.exit, 0) << download.err;
+  EXPECT_EQ(ProgrammingOf(uri), ProgrammingOf(unitDb()));
+  EXPECT_EQ(Log(uri), Log(unitDb()));
+  EXPECT_EQ(Rows(uri, "Festivita"), Rows(unitDb(), "Festivita"));
+
+  // Sent back from the server, the programming replaces the unit's own.
+  ASSERT_FALSE(Rows(uri, "NumTel").empty());
+  ASSERT_FALSE(Rows(uri, "Festivita").empty());
+  Execute(unitDb(), "DELETE FROM NumTel; DELETE FROM Festivita");
+  const Outcome upload = Host({"--db", uri, "upload-prog", "upload-prog-cam-events"});
+  ASSERT_EQ(upload.exit, 0) << upload.err;
+  EXPECT_EQ(Rows(unitDb(), "NumTel"), Rows(uri, "NumTel"));
+  EXPECT_EQ(Rows(unitDb(), "Festivita"), Rows(uri, "Festivita"));
+
+  const Outcome log = db({"export-log"});
+  ASSERT_EQ(log.exit, 0) << log.err;
+  EXPECT_EQ(std::count(log.out.begin(), log.out.end(), '\n'),
+            static_cast<long>(Rows(unitDb(), "Registro_eventi").size()) + 1);
+}
 
 // Two machines at once on the same fleet of 100 units: each unit served by
 // exactly one of them, its programming in its own schema. However many
