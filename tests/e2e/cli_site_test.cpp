@@ -4,6 +4,7 @@
 #include <boost/asio.hpp>
 #include <chrono>
 #include <csignal>
+#include <set>
 #include <thread>
 
 #include "e2e_fixture.h"
@@ -150,16 +151,10 @@ TEST_F(NewUser, AClipIsPlayedSteppedSoughtAndClosedAndWhatTheUnitLacksIsNamed) {
   const Outcome run = Host({"playback", clip, "--frames", "3", "--seek", "0.5", "--step", "2"});
   ASSERT_EQ(run.exit, 0) << run.err;
   EXPECT_NE(run.err.find("playback: 3 frames of " + clip + " saved in Snapshot/"), std::string::npos) << run.err;
-  const std::string stem = fs::path(clip).stem().string();
-  std::vector<std::string> frames;
-  for (int i = 1; i <= 3; ++i) {
-    const fs::path file = hostDir() / "Snapshot" / ("playback-" + stem + "-000" + std::to_string(i) + ".jpg");
-    ASSERT_TRUE(fs::exists(file)) << file;
-    frames.push_back(FileBytes(file));
-    EXPECT_TRUE(frames.back().starts_with("\xFF\xD8")) << "a JPEG image";
-  }
-  EXPECT_NE(frames[0], frames[1]);
-  EXPECT_NE(frames[1], frames[2]);
+  const std::string frame = "Snapshot/playback-" + fs::path(clip).stem().string() + "-000";
+  std::set<std::string> frames;
+  for (const char* number : {"1", "2", "3"}) frames.insert(FileBytes(hostDir() / (frame + number + ".jpg")));
+  EXPECT_EQ(frames.size(), 3u) << "three frames, none the same";
   EXPECT_NE(unit().Stderr().find("CLOSE:"), std::string::npos) << "the clip is closed at the end";
 
   const auto host = Launch(HostArguments({"preview", "1", "--images", "100000"}), "interrupted");
