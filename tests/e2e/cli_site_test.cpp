@@ -1,9 +1,10 @@
 // camrelay as a new user meets it: the unit each working folder reaches,
-// failures that end the run and say why at once, the local port, clips
-// played back and Ctrl-C.
+// failures that end the run and say why at once, the access code kept
+// secret, the local port, clips played back and Ctrl-C.
 #include <boost/asio.hpp>
 #include <chrono>
 #include <csignal>
+#include <set>
 #include <thread>
 
 #include "e2e_fixture.h"
@@ -65,52 +66,69 @@ TEST_F(NewUser, EachSiteReachesItsOwnUnitAndAChangeNamesItsTarget) {
       << fresh.err;
 }
 
-TEST_F(NewUser, ARefusedCodeEndsTheRunAndTheRestIsNotSent) {
-  StartUnit(Transport::Udp);
+// A refused code ends the run: the scrambled code, then the code as typed,
+// and no third try with it. A command string travels in the unit's
+// character set and comes back as UTF-8 with its controls escaped. The
+// access code never shows, though the unit echoes what it does not know,
+// the code with it. This unit says "OK" to a command string's last element
+// before its answer, which is waited for.
+TEST_F(NewUser, ARefusedCodeEndsTheRunTextsTravelInTheUnitsCharacterSetAndTheCodeIsNeverPrinted) {
+  StartUnit(Transport::Udp, {"--code", "Zq9xw1", "--ok-before-answer"});
   code = "999999";
-  const Outcome run = Host({"login", "download-prog", "download-log"});
-  EXPECT_EQ(run.exit, 1);
-  EXPECT_NE(run.err.find("login: the unit refused the access code (Password di accesso errata!)"),
+  const Outcome refused = Host({"login", "download-prog", "download-log"});
+  EXPECT_EQ(refused.exit, 1);
+  EXPECT_NE(refused.err.find("login: the unit refused the access code (Password di accesso errata!)"),
             std::string::npos)
-      << run.err;
-  EXPECT_NE(run.err.find("not sent, since the access code was refused: download-prog download-log"),
+      << refused.err;
+  EXPECT_NE(refused.err.find("not sent, since the access code was refused: download-prog download-log"),
             std::string::npos)
-      << run.err;
-  // The scrambled code, then the code as typed: no third try with it.
+      << refused.err;
   EXPECT_EQ(Openings(), 2) << unit().Stderr();
+
+  code = "";
+  env = {"CAMRELAY_CODE=Zq9xw1"};
+  const Outcome run = Host({"-v", "--events", "login", "request-command", "Zq9xw1", "set-user-code", "Ab3De4",
+                            "request-command", "nuovo Ab3De4", "send-command", "Citt\xC3\xA0 \xE2\x82\xAC",
+                            "request-command", "Citt\xC3\xA0 \x1b[2J"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  EXPECT_TRUE(HasLine(run.out, "ECHO:******")) << run.out;
+  EXPECT_TRUE(HasLine(run.out, "ECHO:nuovo ******")) << run.out;
+  EXPECT_TRUE(HasLine(run.out, "ECHO:Citt\xC3\xA0 \\x1b[2J")) << run.out;
+  EXPECT_EQ(FileBytes(unitDir() / "last-command.txt"), "Citt\xE0 \x80");
+  for (const char* secret : {"Zq9xw1", "Ab3De4"}) {
+    EXPECT_EQ(run.out.find(secret), std::string::npos) << run.out;
+    EXPECT_EQ(run.err.find(secret), std::string::npos) << run.err;
+  }
 }
 
 // An address that does not resolve ends the run before any command; a unit
 // that refuses the connection fails each command. Either ends at once,
-// whatever the retries, and says why.
-TEST_F(NewUser, AUnitThatCannotBeReachedFailsAtOnce) {
+// whatever the retries, and says why; so does a local port in use, which
+// names the way out.
+TEST_F(NewUser, AUnitThatCannotBeReachedOrALocalPortInUseFailsAtOnce) {
+  boost::asio::io_context io;
+  const boost::asio::ip::udp::socket taken(io, {boost::asio::ip::make_address("127.0.0.1"), 0});
+  const std::string port = std::to_string(taken.local_endpoint().port());
   const std::string unresolved = "camrelay: cannot resolve the unit's address 'nosuchhost.invalid': ";
   const std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> cases{
       {{"--udp", "--host", "nosuchhost.invalid"}, {unresolved}},
       {{"--tcp", "--host", "nosuchhost.invalid"}, {unresolved}},
       {{"--tcp", "--host", "127.0.0.1"}, {"camrelay: login: ", "camrelay: download-log: "}},
+      {{"--udp", "--host", "127.0.0.1", "--local-port", port},
+       {"camrelay: cannot bind the local UDP port " + port + ": ",
+        "; give --local-port 0 to let the system pick a free one"}},
   };
   for (auto [args, messages] : cases) {
     SCOPED_TRACE(args[0] + " " + args[2]);
-    args.insert(args.end(), {"--port", std::to_string(ClosedTcpPort()), "login", "download-log"});
+    args.insert(args.end(), {"--dir", hostDir().string(), "--code", code, "--port", std::to_string(ClosedTcpPort()),
+                             "login", "download-log"});
     const auto start = Clock::now();
-    const Outcome run = In(Site("siteN"), args);
+    const Outcome run = Camrelay(args);
     EXPECT_EQ(run.exit, 1);
     EXPECT_TRUE(run.err.starts_with(messages[0])) << run.err;
     EXPECT_NE(run.err.find(messages.back()), std::string::npos) << run.err;
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(10));
   }
-}
-
-TEST_F(NewUser, ALocalPortInUseIsNamed) {
-  boost::asio::io_context io;
-  const boost::asio::ip::udp::socket taken(io, {boost::asio::ip::make_address("127.0.0.1"), 0});
-  const std::string port = std::to_string(taken.local_endpoint().port());
-  const Outcome busy = Camrelay({"--dir", hostDir().string(), "--host", "127.0.0.1", "--port",
-                                 std::to_string(ClosedTcpPort()), "--code", code, "--local-port", port, "login"});
-  EXPECT_EQ(busy.exit, 1);
-  EXPECT_NE(busy.err.find("cannot bind the local UDP port " + port + ": "), std::string::npos) << busy.err;
-  EXPECT_NE(busy.err.find("; give --local-port 0 to let the system pick a free one"), std::string::npos) << busy.err;
 }
 
 // What the unit does not have ends the run with its answer, at once: a
@@ -133,16 +151,10 @@ TEST_F(NewUser, AClipIsPlayedSteppedSoughtAndClosedAndWhatTheUnitLacksIsNamed) {
   const Outcome run = Host({"playback", clip, "--frames", "3", "--seek", "0.5", "--step", "2"});
   ASSERT_EQ(run.exit, 0) << run.err;
   EXPECT_NE(run.err.find("playback: 3 frames of " + clip + " saved in Snapshot/"), std::string::npos) << run.err;
-  const std::string stem = fs::path(clip).stem().string();
-  std::vector<std::string> frames;
-  for (int i = 1; i <= 3; ++i) {
-    const fs::path file = hostDir() / "Snapshot" / ("playback-" + stem + "-000" + std::to_string(i) + ".jpg");
-    ASSERT_TRUE(fs::exists(file)) << file;
-    frames.push_back(FileBytes(file));
-    EXPECT_TRUE(frames.back().starts_with("\xFF\xD8")) << "a JPEG image";
-  }
-  EXPECT_NE(frames[0], frames[1]);
-  EXPECT_NE(frames[1], frames[2]);
+  const std::string frame = "Snapshot/playback-" + fs::path(clip).stem().string() + "-000";
+  std::set<std::string> frames;
+  for (const char* number : {"1", "2", "3"}) frames.insert(FileBytes(hostDir() / (frame + number + ".jpg")));
+  EXPECT_EQ(frames.size(), 3u) << "three frames, none the same";
   EXPECT_NE(unit().Stderr().find("CLOSE:"), std::string::npos) << "the clip is closed at the end";
 
   const auto host = Launch(HostArguments({"preview", "1", "--images", "100000"}), "interrupted");

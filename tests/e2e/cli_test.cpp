@@ -1,5 +1,5 @@
 // camrelay as a shell sees it: bad input refused before the unit hears a
-// thing, the access code never shown, the local database commands.
+// thing, the local database commands.
 #include <algorithm>
 
 #include "e2e_fixture.h"
@@ -12,8 +12,9 @@ namespace fs = std::filesystem;
 class CommandLine : public EndToEnd {};
 
 // Input that cannot be served is refused before the unit hears a thing:
-// exit status 2 and one line saying why.
-TEST_F(CommandLine, BadInputIsRefusedBeforeAnythingIsSent) {
+// exit status 2 and one line saying why. The local database commands read
+// and export what the unit's commands stored.
+TEST_F(CommandLine, BadInputIsRefusedBeforeAnythingIsSentAndTheDatabaseIsReadLocally) {
   StartUnit(Transport::Udp);
   const std::string mistyped =
       "camrelay: unknown command 'donwload-log'; did you mean 'download-log'? (see camrelay --help)\n";
@@ -44,11 +45,20 @@ TEST_F(CommandLine, BadInputIsRefusedBeforeAnythingIsSent) {
   EXPECT_NE(bare.err.find("\nUsage: camrelay [OPTIONS] COMMAND"), std::string::npos) << bare.err;
   EXPECT_NE(bare.err.find(" download-log, ", bare.err.find("\nCommands: ")), std::string::npos) << bare.err;
   EXPECT_LE(std::count(bare.err.begin(), bare.err.end(), '\n'), 4) << bare.err;
-  EXPECT_FALSE(fs::exists(hostDb()));
+  auto db = [&](std::vector<std::string> args) {
+    args.insert(args.begin(), {"--dir", hostDir().string(), "db"});
+    return Camrelay(args);
+  };
+  EXPECT_EQ(db({"dump", "Ingressi"}).exit, 2);
+  EXPECT_FALSE(fs::exists(hostDb())) << "refused input and a read create no database";
+  ASSERT_EQ(db({"init"}).exit, 0);
+  const Outcome empty = db({"dump", "Festivita"});
+  EXPECT_EQ(empty.exit, 0);
+  EXPECT_EQ(empty.out, "Data,Descrizione,Ricorrente\r\n");
+  EXPECT_EQ(db({"dump", "Nessuna"}).exit, 2);
 
   // Tables that are all empty would erase the unit's programming: they are
   // sent only when asked for in so many words.
-  ASSERT_EQ(Camrelay({"--dir", hostDir().string(), "db", "init"}).exit, 0);
   for (const char* upload : {"upload-prog", "upload-prog-cam-events"}) {
     const Outcome refused = Host({upload});
     EXPECT_EQ(refused.exit, 2) << upload;
@@ -62,46 +72,8 @@ TEST_F(CommandLine, BadInputIsRefusedBeforeAnythingIsSent) {
   const Outcome sent = Host({"upload-prog", "--allow-empty"});
   EXPECT_EQ(sent.exit, 0) << sent.err;
   EXPECT_TRUE(Rows(unitDb(), "Ingressi").empty());
-}
 
-// A command string travels in the unit's character set and comes back as
-// UTF-8 with its controls escaped. The access code never shows, though the
-// unit echoes what it does not know, the code with it. This unit says "OK"
-// to a command string's last element before its answer, which is waited for.
-TEST_F(CommandLine, TextsTravelInTheUnitsCharacterSetAndTheAccessCodeIsNeverPrinted) {
-  StartUnit(Transport::Udp, {"--code", "Zq9xw1", "--ok-before-answer"});
-  code = "";
-  env = {"CAMRELAY_CODE=Zq9xw1"};
-  const Outcome run = Host({"-v", "--events", "login", "request-command", "Zq9xw1", "set-user-code", "Ab3De4",
-                            "request-command", "nuovo Ab3De4", "send-command", "Citt\xC3\xA0 \xE2\x82\xAC",
-                            "request-command", "Citt\xC3\xA0 \x1b[2J"});
-  ASSERT_EQ(run.exit, 0) << run.err;
-  EXPECT_TRUE(HasLine(run.out, "ECHO:******")) << run.out;
-  EXPECT_TRUE(HasLine(run.out, "ECHO:nuovo ******")) << run.out;
-  EXPECT_TRUE(HasLine(run.out, "ECHO:Citt\xC3\xA0 \\x1b[2J")) << run.out;
-  EXPECT_EQ(FileBytes(unitDir() / "last-command.txt"), "Citt\xE0 \x80");
-  for (const char* secret : {"Zq9xw1", "Ab3De4"}) {
-    EXPECT_EQ(run.out.find(secret), std::string::npos) << run.out;
-    EXPECT_EQ(run.err.find(secret), std::string::npos) << run.err;
-  }
-}
-
-TEST_F(CommandLine, LocalDatabaseCommands) {
-  const std::vector<std::string> local = {"--dir", hostDir().string(), "db"};
-  auto db = [&](std::vector<std::string> args) {
-    args.insert(args.begin(), local.begin(), local.end());
-    return Camrelay(args);
-  };
-  const Outcome missing = db({"dump", "Ingressi"});
-  EXPECT_EQ(missing.exit, 2);
-  EXPECT_FALSE(fs::exists(hostDb())) << "reading must not create a database";
-  ASSERT_EQ(db({"init"}).exit, 0);
-  const Outcome empty = db({"dump", "Festivita"});
-  EXPECT_EQ(empty.exit, 0);
-  EXPECT_EQ(empty.out, "Data,Descrizione,Ricorrente\r\n");
-  EXPECT_EQ(db({"dump", "Nessuna"}).exit, 2);
-
-  StartUnit(Transport::Udp);
+  // The log exported oldest first, the table's rows there once each.
   ASSERT_EQ(Host({"download-log"}).exit, 0);
   const fs::path csv = hostDir() / "log.csv";
   ASSERT_EQ(db({"export-log", "-o", csv.string()}).exit, 0);
@@ -113,8 +85,7 @@ TEST_F(CommandLine, LocalDatabaseCommands) {
   };
   std::vector<std::string> exported = lines(FileBytes(csv)), table = lines(db({"dump", "Registro_eventi"}).out);
   ASSERT_EQ(exported.size(), Rows(unitDb(), "Registro_eventi").size() + 1);
-  // Oldest first (the date is the second field), and the table's rows
-  // there once each.
+  // The date is the second field.
   auto date = [](const std::string& line) {
     const auto at = line.find(',');
     return line.substr(at, line.find(',', at + 1) - at);

@@ -33,18 +33,15 @@ using Row = std::vector<std::optional<std::string>>;
 // The rows of each programming table.
 using Programming = std::map<std::string, std::vector<Row>>;
 
-// What one command of a run must leave: what it fetched or sent, exact; or,
-// when it failed, what was there before, untouched.
+// A command of a run and whether what it fetched or sent arrived exact, the
+// two sides compared.
 struct Check {
   std::vector<std::string> args;
   std::function<bool(const Outcome&)> exact;
-  std::function<bool(const Outcome&)> untouched;
 };
 std::vector<std::string> Commands(const std::vector<Check>& checks);
-// Whether the run reported a failure of this command, or its give-up after
-// the last retry.
+// Whether the run reported a failure of this command.
 bool Failed(const Outcome& run, const std::string& command);
-bool GaveUp(const Outcome& run, const std::string& command);
 
 // The ports one camrelay-unit playing several units listens on, per unit.
 struct UnitPorts {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,8 +18,8 @@ namespace camrelay::e2e {
 Process::Process(const std::filesystem::path& program, const std::vector<std::string>& args,
                  const std::vector<std::string>& env, const std::filesystem::path& logs, const std::string& tag)
     : out_(logs / (tag + ".out")), err_(logs / (tag + ".err")) {
-  // env(1) sets the variables, so that the child has only to exec: between
-  // fork and exec a threaded test may not allocate.
+  // env(1) sets the variables, so that the test's own environment is passed
+  // on as it is.
   std::vector<std::string> argv{"/usr/bin/env"};
   argv.insert(argv.end(), env.begin(), env.end());
   argv.push_back(program.string());
@@ -26,18 +27,13 @@ Process::Process(const std::filesystem::path& program, const std::vector<std::st
   std::vector<char*> pointers;
   for (auto& arg : argv) pointers.push_back(arg.data());
   pointers.push_back(nullptr);
-  const std::string out = out_.string(), err = err_.string();
-  pid_ = fork();
-  if (pid_ < 0) throw std::runtime_error("fork failed");
-  if (pid_ == 0) {
-    const int outFd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    const int errFd = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (outFd < 0 || errFd < 0) _exit(127);
-    dup2(outFd, STDOUT_FILENO);
-    dup2(errFd, STDERR_FILENO);
-    execv(pointers[0], pointers.data());
-    _exit(127);
-  }
+  posix_spawn_file_actions_t files;
+  posix_spawn_file_actions_init(&files);
+  posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, out_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&files, STDERR_FILENO, err_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  const int failed = posix_spawn(&pid_, pointers[0], &files, nullptr, pointers.data(), environ);
+  posix_spawn_file_actions_destroy(&files);
+  if (failed) throw std::runtime_error("cannot start " + program.string());
 }
 
 Process::~Process() { Stop(); }
@@ -45,9 +41,9 @@ Process::~Process() { Stop(); }
 std::optional<int> Process::Wait(std::chrono::milliseconds timeout, const std::function<void()>& meanwhile) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (!reaped_) {
-    // The high-water mark of the program's own memory. The kernel's count
-    // for a child that has ended would include the copy of the test's memory
-    // that fork made before exec, so it is read from the running program.
+    // The high-water mark of the program's own memory, read while it runs:
+    // once a child has ended, the kernel counts only the largest of all the
+    // test's children.
     std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
     for (std::string line; std::getline(status, line);)
       if (line.starts_with("VmHWM:")) peakRssKiB_ = std::max(peakRssKiB_, std::stol(line.substr(6)));

@@ -11,10 +11,13 @@ class Session : public EndToEnd, public ::testing::WithParamInterface<Transport>
 
 // A TCP connection is reset in the middle of the log: the reset is seen,
 // the link rebuilt, and the log fetched again from its start, so that it
-// arrives whole and stored once. The uploads then leave the unit holding
-// what was sent, and the codes set let their holders in.
+// arrives whole and stored once. Over UDP the unit sends data packets twice
+// and out of order: each is placed by its index and kept once. The uploads
+// then leave the unit holding what was sent, and the codes set let their
+// holders in.
 TEST_P(Session, EveryCommandLeavesBothSidesHoldingTheSame) {
-  StartUnit(GetParam(), {"--reset-after", "30"});
+  // The reset applies to TCP only, the copies and swaps to UDP only.
+  StartUnit(GetParam(), {"--reset-after", "30", "--dup", "20", "--reorder", "20"});
   std::vector<Check> checks = DownloadChecks();
   // A picture goes to Snapshot/, where a clip goes to VideoAvi/.
   const fs::path snapshot = FirstFile(unitDir() / "Snapshot", ".jpg");
